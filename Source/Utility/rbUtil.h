@@ -1,0 +1,36 @@
+// Builders of host strings, and the scope guard for host references.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "XojoPluginABI.h"
+
+// A length below 1 or no data gives nil. Mac Roman, Latin-1, CP1252 and unknown bytes that are
+// pure ASCII are tagged ASCII. UTF-16/UTF-32 input (host byte order) comes back as UTF-8 on
+// hosts that can convert.
+REALstring REALBuildUnicodeString(const void* data, int64_t length, uint32_t encoding);
+REALstring REALBuildUnicodeStringUTF16(const void* data, int64_t byteLength);
+REALstring REALBuildUnicodeStringUTF32(const void* data, int64_t byteLength);
+REALstring CString2RB(const char* text, uint32_t encoding);
+inline REALstring REALBuildUnicodeString(std::string_view bytes, uint32_t encoding) {
+    return REALBuildUnicodeString(bytes.data(), int64_t(bytes.size()), encoding);
+}
+
+bool IsASCII(const void* data, int64_t length);
+
+// Releases the handle held in *object / *string at scope end (and clears the variable), so an
+// early return or an exception does not leak a result that was already built.
+class rbFreeLater {
+public:
+    explicit rbFreeLater(REALobject* object = nullptr, REALstring* string = nullptr)
+        : object_(object), string_(string) {}
+    explicit rbFreeLater(REALstring* string) : string_(string) {}
+    ~rbFreeLater();
+    rbFreeLater(const rbFreeLater&) = delete;
+    rbFreeLater& operator=(const rbFreeLater&) = delete;
+
+private:
+    REALobject* object_ = nullptr;
+    REALstring* string_ = nullptr;
+};

@@ -1,0 +1,177 @@
+// The emulated Xojo host: loads the plugin as Xojo does (resolver, registration) and calls its
+// methods through their declared signatures. Tests, the kxt tool, benchmarks and fuzzers use it.
+//
+// One Host is live at a time in a process. Each Host loads a fresh copy of the plugin file, so
+// the plugin's process-wide state (cached host functions, Debugging, tables) starts clean.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "XojoPluginABI.h"
+
+namespace xhost {
+
+struct HostOptions {
+    double version = 2019.03;        // what "REALGetRBVersion" answers
+    bool inRuntime = true;           // "REALinRuntime": true in a built app, false in the IDE
+    std::set<std::string> hidden;    // names the resolver pretends not to know
+    bool failMemoryBlocks = false;   // MemoryBlock constructor fails to allocate
+    bool styleRunFontName = false;   // StyleRun has "FontName" instead of "Font"
+    std::string pluginPath = KXT_PLUGIN_PATH;
+};
+
+// A parsed Xojo declaration.
+struct Parameter {
+    std::string name;
+    std::string type;          // as written: "String", "Integer", "Boolean", "Double", "Ptr",
+                               // "MemoryBlock", a class name
+    std::optional<std::string> defaultValue;
+    bool extends = false;      // "extends ref as Class"
+    bool assigns = false;      // "assigns value as T"
+};
+struct Declaration {
+    std::string name;
+    std::vector<Parameter> params;
+    std::string resultType;    // empty for none; "String()" for string arrays
+};
+Declaration parseDeclaration(std::string_view text);  // throws std::invalid_argument
+
+struct RegisteredMethod {
+    std::string module;        // empty for a method registered on its own
+    std::string declarationText;
+    Declaration declaration;
+    REALproc function = nullptr;
+    REALproc setter = nullptr;
+    uint32_t flags = 0;
+    std::vector<std::pair<std::string, std::string>> attributes;
+};
+struct RegisteredProperty {
+    std::string module;
+    std::string name, type;
+    uint32_t flags = 0;
+    REALproc getter = nullptr, setter = nullptr;
+    std::vector<std::pair<std::string, std::string>> attributes;
+};
+struct RegisteredModule {
+    std::string name;
+    uint32_t version = 0, flags = 0;
+    std::vector<RegisteredMethod> methods;
+    std::vector<RegisteredProperty> properties;
+};
+struct RegisteredClassExtension {
+    std::string className;
+    uint32_t version = 0, flags = 0;
+    std::vector<RegisteredMethod> methods;  // getter in function, setter in setter
+};
+
+// A value handed to or returned from a method. Handle values hold one reference of their own
+// (released when the Value goes), so tests never balance references by hand.
+class Value {
+public:
+    enum class Type { Nil, String, Integer, Boolean, Double, Ptr, MemoryBlock, Object, Array };
+
+    Value() = default;
+    static Value nil() { return Value(); }
+    static Value string(std::string_view bytes, uint32_t encoding = kREALTextEncodingUTF8);
+    static Value integer(int64_t v);
+    static Value boolean(bool v);
+    static Value real(double v);
+    static Value pointer(void* p);
+    static Value memoryBlock(std::string_view bytes);
+    // Adopt a handle (takes over one reference).
+    static Value adoptString(REALstring s);
+    static Value adoptObject(REALobject o, Type type = Type::Object);
+
+    Value(const Value& other);
+    Value(Value&& other) noexcept;
+    Value& operator=(Value other) noexcept;
+    ~Value();
+
+    Type type() const { return type_; }
+    bool isNil() const;  // Nil, or a nil handle
+    // Typed readers; a nil string reads as empty.
+    std::string bytes() const;           // String or MemoryBlock contents
+    uint32_t encoding() const;           // String: its encoding (0xFFFF for none and for nil)
+    int64_t asInteger() const;
+    bool asBoolean() const;
+    double asDouble() const;
+    void* asPointer() const;
+    std::vector<std::string> strings() const;  // Array of strings
+    REALstring stringHandle() const;
+    REALobject objectHandle() const;
+
+private:
+    Type type_ = Type::Nil;
+    int64_t i_ = 0;
+    double d_ = 0;
+    void* handle_ = nullptr;  // REALstring, REALobject, REALarray, or the Ptr
+};
+
+struct RaisedException {
+    std::string className;
+    std::string message;
+    int64_t errorNumber = 0;
+};
+
+struct CallResult {
+    Value value;                              // Nil for methods without a result
+    std::optional<RaisedException> exception; // what the call raised, if anything
+};
+
+class Host {
+public:
+    explicit Host(HostOptions options = {});
+    ~Host();
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+
+    static Host* current();
+    const HostOptions& options() const { return options_; }
+
+    // What the plugin registered.
+    const std::vector<RegisteredModule>& modules() const;
+    const std::vector<RegisteredMethod>& globalMethods() const;  // registered one by one
+    const std::vector<RegisteredClassExtension>& classExtensions() const;
+    uint32_t announcedInterfaceVersion() const;
+
+    // Every callable overload of a name: module methods and methods registered on their own.
+    std::vector<const RegisteredMethod*> overloads(std::string_view name) const;
+
+    // Calls a method by name, choosing the overload by argument count and types as Xojo does
+    // and filling defaults. Throws std::invalid_argument when no overload fits (message names
+    // the overloads that exist).
+    CallResult call(std::string_view name, const std::vector<Value>& args);
+
+    // The StyledText property RTFDataKXT, through whichever registration the plugin made.
+    CallResult getRTF(const Value& styledText, bool skipParagraphs = false);
+    CallResult setRTF(const Value& styledText, const Value& rtf, bool skipParagraphs = false);
+
+    // The hidden Debugging property (false when the plugin did not register it).
+    bool setDebugging(bool on);
+    std::optional<bool> debugging();
+
+    // Host-side object construction, for tests.
+    Value newObject(const std::string& className);
+
+    // Accounting.
+    size_t liveStrings() const;
+    size_t liveObjects() const;          // includes MemoryBlocks and arrays
+    size_t outstandingStringData() const;  // PluginGetStringData records not yet disposed
+    int64_t yieldCount() const;
+    std::string describeLive() const;    // for failure messages
+
+private:
+    HostOptions options_;
+    void* library_ = nullptr;
+    std::string copyPath_;
+    struct State;
+    State* state_ = nullptr;
+    friend struct HostAccess;
+};
+
+}  // namespace xhost
