@@ -220,7 +220,7 @@ uint32_t interfaceVersionFor(double hostVersion) {
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) void REALPluginMain(REALResolver resolver) {
+void BindHost(REALResolver resolver) {
     gResolver = resolver;
     if (resolver != nullptr) {
         if (auto getVersion = reinterpret_cast<double (*)()>(resolver("REALGetRBVersion"))) {
@@ -228,6 +228,10 @@ extern "C" __attribute__((visibility("default"))) void REALPluginMain(REALResolv
         }
     }
     gPluginInterfaceVersion = interfaceVersionFor(gHostVersion);
+}
+
+extern "C" __attribute__((visibility("default"))) void REALPluginMain(REALResolver resolver) {
+    BindHost(resolver);
     if (resolver == nullptr) return;
     // Every host that loads plugins offers this; it is deliberately not checked.
     auto announce = reinterpret_cast<void (*)(uint32_t)>(resolver("RegisterPluginVersion"));
