@@ -1,5 +1,7 @@
 #include "xmlencoding.h"
 
+#include <string>
+
 #include "REALplugin.h"
 #include "rbData.h"
 #include "rbException.h"
@@ -17,42 +19,62 @@ constexpr std::array<EntityRecord, 6> XMLEntityTable = {{
     {0, nullptr},
 }};
 
-bool StringIsXMLready(const uint32_t* text) {
-    if (text == nullptr) return true;
-    for (; *text != 0; ++text) {
-        for (size_t k = 0; XMLEntityTable[k].code != 0; ++k) {
-            if (*text == XMLEntityTable[k].code) return false;
-        }
-    }
-    return true;
+namespace {
+
+bool keptControl(uint32_t c) {
+    return c >= 32 || c == 9 || c == 10 || c == 13;
 }
+
+// The entity of a markup character, or none.
+const EntityRecord* xmlEntity(uint32_t c) {
+    if (c > '>') return nullptr;
+    for (size_t k = 0; XMLEntityTable[k].code != 0; ++k) {
+        if (c == XMLEntityTable[k].code) return &XMLEntityTable[k];
+    }
+    return nullptr;
+}
+
+}  // namespace
 
 std::vector<uint32_t> encodeXML(std::span<const uint32_t> text, RBInteger options) {
     if (!text.empty() && (text[0] == 0xFEFF || text[0] == 0xFFFE)) text = text.subspan(1);
+    const bool namedApostrophe = (options & 1) != 0;
+    // Sized exactly first: on large texts a growing array of code points would copy itself.
+    size_t size = 0;
+    for (uint32_t c : text) {
+        if (c == 39 && !namedApostrophe) {
+            size += 5;
+        } else if (const EntityRecord* entity = xmlEntity(c)) {
+            size += std::char_traits<char>::length(entity->name) + 2;
+        } else if (keptControl(c)) {
+            size += 1;
+        }
+    }
     std::vector<uint32_t> out;
-    out.reserve(text.size() + 4096);
+    out.reserve(size);
     auto append = [&out](std::string_view ascii) {
         for (char a : ascii) out.push_back(uint32_t(a));
     };
-    const bool namedApostrophe = (options & 1) != 0;
     for (uint32_t c : text) {
         if (c == 39 && !namedApostrophe) {
             append("&#39;");
-            continue;
-        }
-        const EntityRecord* entity = nullptr;
-        for (size_t k = 0; XMLEntityTable[k].code != 0; ++k) {
-            if (c == XMLEntityTable[k].code) entity = &XMLEntityTable[k];
-        }
-        if (entity != nullptr) {
+        } else if (const EntityRecord* entity = xmlEntity(c)) {
             out.push_back('&');
             append(entity->name);
             out.push_back(';');
-        } else if (c >= 32 || c == 9 || c == 10 || c == 13) {
+        } else if (keptControl(c)) {
             out.push_back(c);
         }
     }
     return out;
+}
+
+bool StringIsXMLready(const uint32_t* text) {
+    if (text == nullptr) return true;
+    for (; *text != 0; ++text) {
+        if (xmlEntity(*text) != nullptr) return false;
+    }
+    return true;
 }
 
 }  // namespace kxt
