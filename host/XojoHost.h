@@ -49,6 +49,7 @@ struct RegisteredMethod {
     REALproc setter = nullptr;
     uint32_t flags = 0;
     std::vector<std::pair<std::string, std::string>> attributes;
+    std::string parseError;    // set when the declaration does not parse; never called then
 };
 struct RegisteredProperty {
     std::string module;
@@ -67,6 +68,7 @@ struct RegisteredClassExtension {
     std::string className;
     uint32_t version = 0, flags = 0;
     std::vector<RegisteredMethod> methods;  // getter in function, setter in setter
+    std::vector<RegisteredProperty> properties;
 };
 
 // A value handed to or returned from a method. Handle values hold one reference of their own
@@ -110,6 +112,24 @@ private:
     int64_t i_ = 0;
     double d_ = 0;
     void* handle_ = nullptr;  // REALstring, REALobject, REALarray, or the Ptr
+    uint64_t host_ = 0;       // the host that owns the handle; a stale Value never touches it
+    friend struct HostAccess;
+};
+
+// One style run of a StyledText, as tests build and inspect them. Text is UTF-8.
+struct RunSpec {
+    std::string text;
+    std::string font;
+    int64_t size = 0;
+    bool bold = false, italic = false, underline = false;
+    uint32_t color = 0;  // 0x00RRGGBB
+    bool operator==(const RunSpec&) const = default;
+};
+// One paragraph: 0-based character positions of its first and last character (line end
+// included), and its alignment.
+struct ParagraphSpec {
+    int64_t start = 0, end = 0, alignment = 0;
+    bool operator==(const ParagraphSpec&) const = default;
 };
 
 struct RaisedException {
@@ -125,6 +145,8 @@ struct CallResult {
 
 class Host {
 public:
+    struct State;  // the host's bookkeeping (HostInternal.h)
+
     explicit Host(HostOptions options = {});
     ~Host();
     Host(const Host&) = delete;
@@ -146,6 +168,9 @@ public:
     // and filling defaults. Throws std::invalid_argument when no overload fits (message names
     // the overloads that exist).
     CallResult call(std::string_view name, const std::vector<Value>& args);
+    // Calls one particular overload (one of overloads()); defaults fill missing arguments.
+    // Throws std::invalid_argument when the arguments do not fit it.
+    CallResult callMethod(const RegisteredMethod& method, const std::vector<Value>& args);
 
     // The StyledText property RTFDataKXT, through whichever registration the plugin made.
     CallResult getRTF(const Value& styledText, bool skipParagraphs = false);
@@ -157,6 +182,12 @@ public:
 
     // Host-side object construction, for tests.
     Value newObject(const std::string& className);
+    // A StyledText holding these runs, and the runs and paragraphs of one.
+    Value newStyledText(const std::vector<RunSpec>& runs);
+    std::vector<RunSpec> styleRuns(const Value& styledText);
+    std::vector<ParagraphSpec> paragraphs(const Value& styledText);
+    // Sets paragraph alignments as the host's ParagraphAlignment does (index must exist).
+    void setParagraphAlignment(const Value& styledText, int64_t index, int64_t alignment);
 
     // Accounting.
     size_t liveStrings() const;
@@ -164,12 +195,14 @@ public:
     size_t outstandingStringData() const;  // PluginGetStringData records not yet disposed
     int64_t yieldCount() const;
     std::string describeLive() const;    // for failure messages
+    // Wrong uses of the host seen so far: releasing a dead handle, disposing a string-data
+    // record twice, unknown handles. Empty when the plugin behaved.
+    std::vector<std::string> misuses() const;
 
 private:
     HostOptions options_;
     void* library_ = nullptr;
     std::string copyPath_;
-    struct State;
     State* state_ = nullptr;
     friend struct HostAccess;
 };

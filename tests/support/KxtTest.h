@@ -11,6 +11,10 @@
 
 #include "XojoHost.h"
 
+namespace xhost {
+void PrintTo(const Value& v, std::ostream* os);
+}
+
 namespace kxt_test {
 
 using xhost::CallResult;
@@ -37,6 +41,7 @@ protected:
         EXPECT_EQ(host_->liveStrings(), 0u) << host_->describeLive();
         EXPECT_EQ(host_->liveObjects(), 0u) << host_->describeLive();
         EXPECT_EQ(host_->outstandingStringData(), 0u);
+        EXPECT_TRUE(host_->misuses().empty()) << host_->describeLive();
         host_.reset();
     }
 
