@@ -40,9 +40,9 @@ std::string canonicalType(std::string_view text, std::string_view whole) {
         t = trim(t.substr(0, t.size() - 2));
     }
     if (!isIdentifier(t)) fail(whole, "bad type \"" + std::string(text) + "\"");
-    static const char* const builtins[] = {"String", "Integer", "Boolean", "Double",
-                                           "Ptr",    "MemoryBlock", "Color", "Single",
-                                           "UInt32", "Int32",   "Int64",  "UInt64", "Variant"};
+    static const char* const builtins[] = {"String",      "Integer", "Boolean", "Double", "Ptr",
+                                           "MemoryBlock", "Color",   "Single",  "UInt32", "Int32",
+                                           "Int64",       "UInt64",  "Variant"};
     std::string out(t);
     for (const char* b : builtins) {
         if (equalsIgnoringCase(t, b)) out = b;

@@ -14,7 +14,18 @@ namespace {
 
 #include "MacCodePages.inc"
 
-enum class Kind { ASCII, UTF8, UTF16LE, UTF16BE, UTF32LE, UTF32BE, Latin1, Table, Iconv, HalfASCII };
+enum class Kind {
+    ASCII,
+    UTF8,
+    UTF16LE,
+    UTF16BE,
+    UTF32LE,
+    UTF32BE,
+    Latin1,
+    Table,
+    Iconv,
+    HalfASCII
+};
 
 struct Entry {
     EncodingInfo info;
@@ -81,7 +92,9 @@ const Entry* find(uint32_t code) {
     return nullptr;
 }
 
-bool isSurrogate(char32_t c) { return c >= 0xD800 && c <= 0xDFFF; }
+bool isSurrogate(char32_t c) {
+    return c >= 0xD800 && c <= 0xDFFF;
+}
 
 std::optional<std::u32string> decodeUTF16(std::string_view b, bool big) {
     if (b.size() % 2 != 0) return std::nullopt;
@@ -252,7 +265,9 @@ const std::vector<EncodingInfo>& all() {
     return infos;
 }
 
-bool isKnown(uint32_t code) { return find(code) != nullptr; }
+bool isKnown(uint32_t code) {
+    return find(code) != nullptr;
+}
 
 std::string nameOf(uint32_t code) {
     if (code == kREALTextEncodingUnknown) return "none";

@@ -30,8 +30,12 @@ bool isHidden(std::string_view name) {
 
 // ---- Services that belong to the host as a whole ----------------------------------------------
 
-double getVersion() { return gCurrent ? gCurrent->options().version : 0.0; }
-RBBoolean inRuntime() { return gCurrent ? gCurrent->options().inRuntime : false; }
+double getVersion() {
+    return gCurrent ? gCurrent->options().version : 0.0;
+}
+RBBoolean inRuntime() {
+    return gCurrent ? gCurrent->options().inRuntime : false;
+}
 
 void registerPluginVersion(uint32_t version) {
     if (Host::State* st = currentState()) st->interfaceVersion = version;
@@ -41,10 +45,12 @@ void yieldToRB() {
     if (Host::State* st = currentState()) ++st->yields;
 }
 
-std::string text(const char* s) { return s ? s : ""; }
+std::string text(const char* s) {
+    return s ? s : "";
+}
 
 std::vector<std::pair<std::string, std::string>> copyAttributes(const REALattribute* a,
-                                                                 size_t count) {
+                                                                size_t count) {
     std::vector<std::pair<std::string, std::string>> out;
     for (size_t i = 0; a != nullptr && i < count; ++i) {
         out.emplace_back(text(a[i].mName), text(a[i].mValue));
@@ -80,8 +86,8 @@ std::vector<RegisteredMethod> copyMethods(Host::State& st, const REALmethodDefin
     return out;
 }
 
-std::vector<RegisteredProperty> copyProperties(Host::State& st, const REALproperty* p,
-                                               size_t count, const std::string& owner) {
+std::vector<RegisteredProperty> copyProperties(Host::State& st, const REALproperty* p, size_t count,
+                                               const std::string& owner) {
     std::vector<RegisteredProperty> out;
     if (p == nullptr && count != 0) {
         misuse(st, owner + ": property array is null, count " + std::to_string(count));
@@ -228,9 +234,9 @@ const char* valueTypeName(const Value& v) {
 }
 
 bool isClassType(const std::string& t) {
-    static const char* const builtins[] = {"String", "Integer", "Boolean", "Double", "Ptr",
-                                           "MemoryBlock", "String()", "Color", "Single",
-                                           "UInt32", "Int32", "Int64", "UInt64", "Variant"};
+    static const char* const builtins[] = {"String",      "Integer",  "Boolean", "Double", "Ptr",
+                                           "MemoryBlock", "String()", "Color",   "Single", "UInt32",
+                                           "Int32",       "Int64",    "UInt64",  "Variant"};
     return std::none_of(std::begin(builtins), std::end(builtins),
                         [&](const char* b) { return t == b; });
 }
@@ -279,7 +285,8 @@ bool better(const Fit& a, const Fit& b) {
 
 std::string describeArgs(const std::vector<Value>& args) {
     std::string s = "(";
-    for (size_t i = 0; i < args.size(); ++i) s += (i ? ", " : "") + std::string(valueTypeName(args[i]));
+    for (size_t i = 0; i < args.size(); ++i)
+        s += (i ? ", " : "") + std::string(valueTypeName(args[i]));
     return s + ")";
 }
 
@@ -463,7 +470,9 @@ std::string copyPluginFile(const std::string& path) {
 
 }  // namespace
 
-Host::State* currentState() { return gCurrent ? HostAccess::state(*gCurrent) : nullptr; }
+Host::State* currentState() {
+    return gCurrent ? HostAccess::state(*gCurrent) : nullptr;
+}
 
 void* resolve(const char* name) {
     if (gCurrent == nullptr || name == nullptr || isHidden(name)) return nullptr;
@@ -505,14 +514,22 @@ Host::~Host() {
     gCurrent = nullptr;
 }
 
-Host* Host::current() { return gCurrent; }
+Host* Host::current() {
+    return gCurrent;
+}
 
-const std::vector<RegisteredModule>& Host::modules() const { return state_->modules; }
-const std::vector<RegisteredMethod>& Host::globalMethods() const { return state_->globals; }
+const std::vector<RegisteredModule>& Host::modules() const {
+    return state_->modules;
+}
+const std::vector<RegisteredMethod>& Host::globalMethods() const {
+    return state_->globals;
+}
 const std::vector<RegisteredClassExtension>& Host::classExtensions() const {
     return state_->extensions;
 }
-uint32_t Host::announcedInterfaceVersion() const { return state_->interfaceVersion; }
+uint32_t Host::announcedInterfaceVersion() const {
+    return state_->interfaceVersion;
+}
 
 std::vector<const RegisteredMethod*> Host::overloads(std::string_view name) const {
     std::vector<const RegisteredMethod*> out;
@@ -543,8 +560,8 @@ CallResult Host::call(std::string_view name, const std::vector<Value>& args) {
         }
     }
     if (best == nullptr) {
-        std::string msg = "no overload of " + std::string(name) + " accepts " +
-                          describeArgs(args) + "; overloads:";
+        std::string msg = "no overload of " + std::string(name) + " accepts " + describeArgs(args) +
+                          "; overloads:";
         for (const RegisteredMethod* m : candidates) msg += " \"" + m->declarationText + "\"";
         throw std::invalid_argument(msg);
     }
@@ -616,8 +633,8 @@ std::optional<bool> Host::debugging() {
 Value Host::newObject(const std::string& className) {
     Object* o = xhost::newObject(*state_, className);
     if (o == nullptr) throw std::invalid_argument("the host has no class " + className);
-    Value::Type type = o->kind == ObjectKind::MemoryBlock ? Value::Type::MemoryBlock
-                                                          : Value::Type::Object;
+    Value::Type type =
+        o->kind == ObjectKind::MemoryBlock ? Value::Type::MemoryBlock : Value::Type::Object;
     return Value::adoptObject(reinterpret_cast<REALobject>(o), type);
 }
 
@@ -690,11 +707,21 @@ void Host::setParagraphAlignment(const Value& styledText, int64_t index, int64_t
 
 // ---- Accounting -------------------------------------------------------------------------------
 
-size_t Host::liveStrings() const { return state_->strings.size(); }
-size_t Host::liveObjects() const { return state_->objects.size(); }
-size_t Host::outstandingStringData() const { return state_->stringData.size(); }
-int64_t Host::yieldCount() const { return state_->yields; }
-std::vector<std::string> Host::misuses() const { return state_->misuses; }
+size_t Host::liveStrings() const {
+    return state_->strings.size();
+}
+size_t Host::liveObjects() const {
+    return state_->objects.size();
+}
+size_t Host::outstandingStringData() const {
+    return state_->stringData.size();
+}
+int64_t Host::yieldCount() const {
+    return state_->yields;
+}
+std::vector<std::string> Host::misuses() const {
+    return state_->misuses;
+}
 
 std::string Host::describeLive() const {
     std::vector<std::pair<uint64_t, std::string>> lines;

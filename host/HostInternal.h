@@ -103,7 +103,7 @@ void misuse(Host::State& st, std::string message);
 
 // Objects.
 Object* newObject(Host::State& st, std::string_view className);  // null for an unknown class
-Object* liveObject(Host::State& st, const void* handle);          // null (and a misuse)
+Object* liveObject(Host::State& st, const void* handle);         // null (and a misuse)
 void lockObject(Host::State& st, Object* o);
 void unlockObject(Host::State& st, Object* o);
 PropValue* findProp(Object* o, std::string_view name);

@@ -11,8 +11,8 @@ namespace xhost {
 namespace {
 
 bool holdsHandle(Value::Type t) {
-    return t == Value::Type::String || t == Value::Type::MemoryBlock ||
-           t == Value::Type::Object || t == Value::Type::Array;
+    return t == Value::Type::String || t == Value::Type::MemoryBlock || t == Value::Type::Object ||
+           t == Value::Type::Array;
 }
 
 Host::State& requireState() {
@@ -129,11 +129,7 @@ Value Value::adoptObject(REALobject o, Type type) {
 }
 
 Value::Value(const Value& other)
-    : type_(other.type_),
-      i_(other.i_),
-      d_(other.d_),
-      handle_(other.handle_),
-      host_(other.host_) {
+    : type_(other.type_), i_(other.i_), d_(other.d_), handle_(other.handle_), host_(other.host_) {
     if (!holdsHandle(type_) || handle_ == nullptr) return;
     if (Host::State* st = ownerState(host_)) {
         if (type_ == Type::String) {
@@ -145,11 +141,7 @@ Value::Value(const Value& other)
 }
 
 Value::Value(Value&& other) noexcept
-    : type_(other.type_),
-      i_(other.i_),
-      d_(other.d_),
-      handle_(other.handle_),
-      host_(other.host_) {
+    : type_(other.type_), i_(other.i_), d_(other.d_), handle_(other.handle_), host_(other.host_) {
     other.type_ = Type::Nil;
     other.handle_ = nullptr;
 }

@@ -17,39 +17,39 @@
 namespace xhost {
 
 struct HostOptions {
-    double version = 2019.03;        // what "REALGetRBVersion" answers
-    bool inRuntime = true;           // "REALinRuntime": true in a built app, false in the IDE
-    std::set<std::string> hidden;    // names the resolver pretends not to know
-    bool failMemoryBlocks = false;   // MemoryBlock constructor fails to allocate
-    bool styleRunFontName = false;   // StyleRun has "FontName" instead of "Font"
+    double version = 2019.03;       // what "REALGetRBVersion" answers
+    bool inRuntime = true;          // "REALinRuntime": true in a built app, false in the IDE
+    std::set<std::string> hidden;   // names the resolver pretends not to know
+    bool failMemoryBlocks = false;  // MemoryBlock constructor fails to allocate
+    bool styleRunFontName = false;  // StyleRun has "FontName" instead of "Font"
     std::string pluginPath = KXT_PLUGIN_PATH;
 };
 
 // A parsed Xojo declaration.
 struct Parameter {
     std::string name;
-    std::string type;          // as written: "String", "Integer", "Boolean", "Double", "Ptr",
-                               // "MemoryBlock", a class name
+    std::string type;  // as written: "String", "Integer", "Boolean", "Double", "Ptr",
+                       // "MemoryBlock", a class name
     std::optional<std::string> defaultValue;
-    bool extends = false;      // "extends ref as Class"
-    bool assigns = false;      // "assigns value as T"
+    bool extends = false;  // "extends ref as Class"
+    bool assigns = false;  // "assigns value as T"
 };
 struct Declaration {
     std::string name;
     std::vector<Parameter> params;
-    std::string resultType;    // empty for none; "String()" for string arrays
+    std::string resultType;  // empty for none; "String()" for string arrays
 };
 Declaration parseDeclaration(std::string_view text);  // throws std::invalid_argument
 
 struct RegisteredMethod {
-    std::string module;        // empty for a method registered on its own
+    std::string module;  // empty for a method registered on its own
     std::string declarationText;
     Declaration declaration;
     REALproc function = nullptr;
     REALproc setter = nullptr;
     uint32_t flags = 0;
     std::vector<std::pair<std::string, std::string>> attributes;
-    std::string parseError;    // set when the declaration does not parse; never called then
+    std::string parseError;  // set when the declaration does not parse; never called then
 };
 struct RegisteredProperty {
     std::string module;
@@ -74,7 +74,7 @@ struct RegisteredClassExtension {
 // A value handed to or returned from a method. Handle values hold one reference of their own
 // (released when the Value goes), so tests never balance references by hand.
 class Value {
-public:
+  public:
     enum class Type { Nil, String, Integer, Boolean, Double, Ptr, MemoryBlock, Object, Array };
 
     Value() = default;
@@ -97,8 +97,8 @@ public:
     Type type() const { return type_; }
     bool isNil() const;  // Nil, or a nil handle
     // Typed readers; a nil string reads as empty.
-    std::string bytes() const;           // String or MemoryBlock contents
-    uint32_t encoding() const;           // String: its encoding (0xFFFF for none and for nil)
+    std::string bytes() const;  // String or MemoryBlock contents
+    uint32_t encoding() const;  // String: its encoding (0xFFFF for none and for nil)
     int64_t asInteger() const;
     bool asBoolean() const;
     double asDouble() const;
@@ -107,7 +107,7 @@ public:
     REALstring stringHandle() const;
     REALobject objectHandle() const;
 
-private:
+  private:
     Type type_ = Type::Nil;
     int64_t i_ = 0;
     double d_ = 0;
@@ -139,12 +139,12 @@ struct RaisedException {
 };
 
 struct CallResult {
-    Value value;                              // Nil for methods without a result
-    std::optional<RaisedException> exception; // what the call raised, if anything
+    Value value;                               // Nil for methods without a result
+    std::optional<RaisedException> exception;  // what the call raised, if anything
 };
 
 class Host {
-public:
+  public:
     struct State;  // the host's bookkeeping (HostInternal.h)
 
     explicit Host(HostOptions options = {});
@@ -191,15 +191,15 @@ public:
 
     // Accounting.
     size_t liveStrings() const;
-    size_t liveObjects() const;          // includes MemoryBlocks and arrays
+    size_t liveObjects() const;            // includes MemoryBlocks and arrays
     size_t outstandingStringData() const;  // PluginGetStringData records not yet disposed
     int64_t yieldCount() const;
-    std::string describeLive() const;    // for failure messages
+    std::string describeLive() const;  // for failure messages
     // Wrong uses of the host seen so far: releasing a dead handle, disposing a string-data
     // record twice, unknown handles. Empty when the plugin behaved.
     std::vector<std::string> misuses() const;
 
-private:
+  private:
     HostOptions options_;
     void* library_ = nullptr;
     std::string copyPath_;

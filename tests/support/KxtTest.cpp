@@ -16,7 +16,8 @@ void PrintTo(const Value& v, std::ostream* os) {
                 *os << "nil " << (v.type() == Value::Type::String ? "String" : "MemoryBlock");
             } else {
                 *os << ::testing::PrintToString(v.bytes());
-                if (v.type() == Value::Type::String) *os << " (encoding 0x" << std::hex << v.encoding() << std::dec << ")";
+                if (v.type() == Value::Type::String)
+                    *os << " (encoding 0x" << std::hex << v.encoding() << std::dec << ")";
             }
             return;
         case Value::Type::Integer:

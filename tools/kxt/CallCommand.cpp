@@ -22,8 +22,8 @@ std::string convert(const std::string& arg, const std::string& type, Attempt& a)
         errno = 0;
         char* end = nullptr;
         bool hex = arg.size() > 2 && (arg.compare(0, 2, "0x") == 0 || arg.compare(0, 2, "&h") == 0);
-        long long v = hex ? std::strtoll(arg.c_str() + 2, &end, 16)
-                          : std::strtoll(arg.c_str(), &end, 10);
+        long long v =
+            hex ? std::strtoll(arg.c_str() + 2, &end, 16) : std::strtoll(arg.c_str(), &end, 10);
         if (arg.empty() || *end != '\0' || errno != 0) return "\"" + arg + "\" is not an integer";
         a.values.push_back(xhost::Value::integer(v));
         return {};

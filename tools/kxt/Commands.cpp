@@ -73,7 +73,9 @@ bool registerCommand(const Command& command) {
     return true;
 }
 
-const std::vector<Command>& commands() { return registry(); }
+const std::vector<Command>& commands() {
+    return registry();
+}
 
 size_t parseOptions(const std::vector<std::string>& args, size_t i, GlobalOptions& o) {
     auto value = [&](const std::string& option) -> const std::string& {
@@ -148,8 +150,7 @@ std::optional<TextArgument> parseTextArgument(const std::string& arg) {
             t.bytes = parseHex(body.substr(4), arg);  // raw bytes, tagged as given
         } else {
             std::string utf8 = !body.empty() && body[0] == '@' ? readFile(body.substr(1)) : body;
-            auto converted =
-                xhost::encodings::convert(utf8, kREALTextEncodingUTF8, *enc);
+            auto converted = xhost::encodings::convert(utf8, kREALTextEncodingUTF8, *enc);
             if (!converted) throw UsageError("the text of " + arg + " is not valid UTF-8");
             t.bytes = *converted;
         }
