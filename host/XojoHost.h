@@ -118,8 +118,8 @@ class Value {
 
 // One style run of a StyledText, as tests build and inspect them. Text is UTF-8.
 struct RunSpec {
-    std::string text;
-    std::string font;
+    std::string text{};
+    std::string font{};
     int64_t size = 0;
     bool bold = false, italic = false, underline = false;
     uint32_t color = 0;  // 0x00RRGGBB
