@@ -28,7 +28,9 @@ struct DeclarationCase {
 
 TEST(Declarations, RealDeclarationsParse) {
     const DeclarationCase cases[] = {
-        {"EncodingToURLKXT(s as string) as string", "EncodingToURLKXT", {{"s", "String"}},
+        {"EncodingToURLKXT(s as string) as string",
+         "EncodingToURLKXT",
+         {{"s", "String"}},
          "String"},
         {"HexstringKXT(input as string, hexlen as integer, linelen as integer, linestart as "
          "string, lineend as string, spacer as string,filler as string) as string",
@@ -50,14 +52,22 @@ TEST(Declarations, RealDeclarationsParse) {
          "GetStringsFromDataKXT",
          {{"data", "Ptr"}, {"size", "Integer"}, {"MinLength", "Integer", "0"}},
          "String()"},
-        {"_yDecodeMemoryKXT(data as memoryblock) as memoryblock", "_yDecodeMemoryKXT",
-         {{"data", "MemoryBlock"}}, "MemoryBlock"},
-        {"JaroWinklerDistanceKXT(a as string, b as string) as double", "JaroWinklerDistanceKXT",
-         {{"a", "String"}, {"b", "String"}}, "Double"},
-        {"ClearStringContentKXT(s as String) as Boolean", "ClearStringContentKXT",
-         {{"s", "String"}}, "Boolean"},
-        {"RTFDataKXT(SkipParagraphs as boolean = false) as string", "RTFDataKXT",
-         {{"SkipParagraphs", "Boolean", "false"}}, "String"},
+        {"_yDecodeMemoryKXT(data as memoryblock) as memoryblock",
+         "_yDecodeMemoryKXT",
+         {{"data", "MemoryBlock"}},
+         "MemoryBlock"},
+        {"JaroWinklerDistanceKXT(a as string, b as string) as double",
+         "JaroWinklerDistanceKXT",
+         {{"a", "String"}, {"b", "String"}},
+         "Double"},
+        {"ClearStringContentKXT(s as String) as Boolean",
+         "ClearStringContentKXT",
+         {{"s", "String"}},
+         "Boolean"},
+        {"RTFDataKXT(SkipParagraphs as boolean = false) as string",
+         "RTFDataKXT",
+         {{"SkipParagraphs", "Boolean", "false"}},
+         "String"},
         {"RTFDataKXT(extends ref as StyledText, SkipParagraphs as boolean = false) as string",
          "RTFDataKXT",
          {{"ref", "StyledText", std::nullopt, true}, {"SkipParagraphs", "Boolean", "false"}},
@@ -72,8 +82,10 @@ TEST(Declarations, RealDeclarationsParse) {
         {"YieldFixture(n as integer)", "YieldFixture", {{"n", "Integer"}}, ""},
         {"Foo as Integer", "Foo", {}, "Integer"},
         {"Foo()", "Foo", {}, ""},
-        {"  Concat ( a AS STRING , b As String = \"!\" )  AS String ", "Concat",
-         {{"a", "String"}, {"b", "String", "\"!\""}}, "String"},
+        {"  Concat ( a AS STRING , b As String = \"!\" )  AS String ",
+         "Concat",
+         {{"a", "String"}, {"b", "String", "\"!\""}},
+         "String"},
     };
     for (const DeclarationCase& c : cases) {
         SCOPED_TRACE(c.text);
@@ -92,10 +104,11 @@ TEST(Declarations, RealDeclarationsParse) {
 }
 
 TEST(Declarations, MalformedDeclarationsAreRejected) {
-    for (const char* text : {"Foo(extends ref as C, , assigns value)", "Foo(a as)", "Foo(a integer)",
-                             "Foo(a as integer", "(a as integer)", "Foo(a as integer) integer",
-                             "Foo(a as integer, extends b as C)", "Foo(assigns a as integer, b as T)",
-                             "Foo(a as integer =)", "", "Foo(1a as integer)"}) {
+    for (const char* text :
+         {"Foo(extends ref as C, , assigns value)", "Foo(a as)", "Foo(a integer)",
+          "Foo(a as integer", "(a as integer)", "Foo(a as integer) integer",
+          "Foo(a as integer, extends b as C)", "Foo(assigns a as integer, b as T)",
+          "Foo(a as integer =)", "", "Foo(1a as integer)"}) {
         EXPECT_THROW(parseDeclaration(text), std::invalid_argument) << text;
     }
 }
@@ -179,9 +192,9 @@ TEST_F(HostCalls, OverloadChoicePrefersExactCountThenExactTypes) {
         double expected;
     };
     const Case cases[] = {
-        {{I(1), I(2)}, Value::Type::Integer, 3},    // both fit; integers are exact
-        {{I(1)}, Value::Type::Integer, 11},         // the default fills b
-        {{D(1.5), I(2)}, Value::Type::Double, 3.5}, // Integer widens to Double
+        {{I(1), I(2)}, Value::Type::Integer, 3},     // both fit; integers are exact
+        {{I(1)}, Value::Type::Integer, 11},          // the default fills b
+        {{D(1.5), I(2)}, Value::Type::Double, 3.5},  // Integer widens to Double
         {{I(1), D(2.5)}, Value::Type::Double, 3.5},
     };
     for (const Case& c : cases) {

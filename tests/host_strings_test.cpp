@@ -22,7 +22,7 @@ constexpr uint32_t kUTF8 = kREALTextEncodingUTF8;
 constexpr uint32_t kNone = kREALTextEncodingUnknown;
 
 class HostStrings : public FixtureHostTest {
-protected:
+  protected:
     REALstring build(std::string_view bytes, uint32_t encoding) {
         return service<BuildFn>("REALBuildStringWithEncoding")(
             bytes.data(), static_cast<int32_t>(bytes.size()), encoding);
@@ -116,15 +116,15 @@ const ConversionCase kConversions[] = {
     {"\xE2\x82\xAC", kUTF8, 0x400, "?"},
     {"\x80", kREALTextEncodingWindowsLatin1, kUTF8, "\xE2\x82\xAC"},
     // code pages of the RTF reader
-    {"\x82", 0x400, kUTF8, "\xC3\xA9"},              // CP437 é
-    {"\xC0", 0x502, kUTF8, "\xD0\x90"},              // CP1251 А
-    {"\xE1", 0x503, kUTF8, "\xCE\xB1"},              // CP1253 α
-    {"\x82\xA0", 0x420, kUTF8, "\xE3\x81\x82"},      // Shift JIS あ
-    {"\xB0\xA1", 0x421, kUTF8, "\xE5\x95\x8A"},      // GBK 啊
-    {"\x80", 7, kUTF8, "\xD0\x90"},                  // Mac Cyrillic А
-    {"\x80", 29, kUTF8, "\xC3\x84"},                 // Mac Central European Ä
-    {"\xDA", 35, kUTF8, "\xC4\x9E"},                 // Mac Turkish Ğ
-    {"\xE1", 6, kUTF8, "\xCE\xB1"},                  // Mac Greek α
+    {"\x82", 0x400, kUTF8, "\xC3\xA9"},          // CP437 é
+    {"\xC0", 0x502, kUTF8, "\xD0\x90"},          // CP1251 А
+    {"\xE1", 0x503, kUTF8, "\xCE\xB1"},          // CP1253 α
+    {"\x82\xA0", 0x420, kUTF8, "\xE3\x81\x82"},  // Shift JIS あ
+    {"\xB0\xA1", 0x421, kUTF8, "\xE5\x95\x8A"},  // GBK 啊
+    {"\x80", 7, kUTF8, "\xD0\x90"},              // Mac Cyrillic А
+    {"\x80", 29, kUTF8, "\xC3\x84"},             // Mac Central European Ä
+    {"\xDA", 35, kUTF8, "\xC4\x9E"},             // Mac Turkish Ğ
+    {"\xE1", 6, kUTF8, "\xCE\xB1"},              // Mac Greek α
     {"\xCE\xB1", kUTF8, 6, "\xE1"},
     // invalid sources fail
     {"\x81", kREALTextEncodingWindowsLatin1, kUTF8, std::nullopt},
@@ -271,14 +271,16 @@ TEST_F(HostStrings, LenCountsCharactersInTheStringsEncodingAndLenBBytes) {
         {std::string("a\0\0\0b\0\0\0", 8), kREALTextEncodingUTF32, 2, 8},
         {"\xE9\xE9", kREALTextEncodingISOLatin1, 2, 2},
         {"\xC3\xA9", kNone, 2, 2},
-        {"\x82\xA0" "a", 0x420, 2, 3},
+        {"\x82\xA0"
+         "a",
+         0x420, 2, 3},
     };
-    auto len = reinterpret_cast<RBInteger (*)(REALstring)>(
-        service<void* (*)(const char*, const char*)>("REALLoadGlobalMethod")(
-            nullptr, "Len(s as string) as integer"));
-    auto lenB = reinterpret_cast<RBInteger (*)(REALstring)>(
-        service<void* (*)(const char*, const char*)>("REALLoadGlobalMethod")(
-            nullptr, "LenB( s as string ) as integer"));
+    auto len =
+        reinterpret_cast<RBInteger (*)(REALstring)>(service<void* (*)(const char*, const char*)>(
+            "REALLoadGlobalMethod")(nullptr, "Len(s as string) as integer"));
+    auto lenB =
+        reinterpret_cast<RBInteger (*)(REALstring)>(service<void* (*)(const char*, const char*)>(
+            "REALLoadGlobalMethod")(nullptr, "LenB( s as string ) as integer"));
     ASSERT_NE(len, nullptr);
     ASSERT_NE(lenB, nullptr);
     for (const LengthCase& c : cases) {
@@ -338,10 +340,10 @@ TEST(HostEncodings, NamesAndPrefixesResolve) {
     EXPECT_EQ(enc::nameOf(kUTF8), "UTF-8");
     EXPECT_EQ(enc::nameOf(0x12345), "unknown (0x12345)");
     // Every code page of the RTF reader's table is known.
-    for (uint32_t code : {0x400u, 0x410u, 0x412u, 0x415u, 0x417u, 0x418u, 0x419u, 0x41Au, 0x41Bu,
-                          0x41Du, 0x420u, 0x421u, 0x422u, 0x423u, 0x501u, 0x502u, 0x500u, 0x503u,
-                          0x504u, 0x505u, 0x506u, 0x507u, 0x508u, 0x510u, 0u, 1u, 4u, 5u, 6u, 7u,
-                          29u, 35u}) {
+    for (uint32_t code :
+         {0x400u, 0x410u, 0x412u, 0x415u, 0x417u, 0x418u, 0x419u, 0x41Au, 0x41Bu, 0x41Du, 0x420u,
+          0x421u, 0x422u, 0x423u, 0x501u, 0x502u, 0x500u, 0x503u, 0x504u, 0x505u, 0x506u, 0x507u,
+          0x508u, 0x510u, 0u,     1u,     4u,     5u,     6u,     7u,     29u,    35u}) {
         EXPECT_TRUE(enc::isKnown(code)) << code;
         EXPECT_TRUE(enc::decode("abc", code).has_value()) << code;
     }

@@ -17,7 +17,7 @@ inline xhost::HostOptions fixtureOptions() {
 
 // HostTest with the fixture plugin instead of the real one.
 class FixtureHostTest : public HostTest {
-protected:
+  protected:
     xhost::HostOptions options() const override { return fixtureOptions(); }
 };
 
