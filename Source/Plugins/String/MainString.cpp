@@ -6,10 +6,17 @@
 #include <cstdlib>
 #include <unistd.h>
 
+#include "Hexencoding.h"
+#include "ISOencoding.h"
 #include "REALplugin.h"
 #include "URLencoding.h"
+#include "hexstring.h"
+#include "htmlencoding.h"
+#include "quotedprintableRB.h"
 #include "rbDebug.h"
 #include "rbclassutil.h"
+#include "stringdetect.h"
+#include "xmlencoding.h"
 
 namespace {
 
@@ -19,10 +26,35 @@ constexpr uint32_t kGlobal = 4;
     { reinterpret_cast<REALproc>(handler), nullptr, declaration, kGlobal, 0, nullptr }
 
 REALmethodDefinition gStringMethods[] = {
+    KXT_METHOD(EncodeEmailSubjectKXT, "EncodeEmailSubjectKXT(s as string) as string"),
+    KXT_METHOD(yDecodeKXTm, "_yDecodeMemoryKXT(data as memoryblock) as memoryblock"),
+    KXT_METHOD(yDecodeKXTs, "_yDecodeStringKXT(data as string) as string"),
+    KXT_METHOD(DetectUnicodeMarkers, "DetectUnicodeMarkersKXT(s as string) as integer"),
+    KXT_METHOD(GetUnicodeMarkers, "GetUnicodeMarkersKXT(kind as integer) as string"),
+    KXT_METHOD(StringIsHTMLready, "StringIsHTMLreadyKXT(s as string) as boolean"),
+    KXT_METHOD(StringIsXMLready, "StringIsXMLreadyKXT(s as string) as boolean"),
+    KXT_METHOD(DecodingFromMySQL, "DecodingFromMySQLKXT(s as string) as string"),
+    KXT_METHOD(EncodingToHTML, "EncodingToHTMLKXT(s as string, options as integer = 0) as string"),
+    KXT_METHOD(DecodingToHTML, "DecodingFromHTMLKXT(s as string) as string"),
+    KXT_METHOD(EncodingToXML, "EncodingToXMLKXT(s as string, options as integer = 0) as string"),
+    KXT_METHOD(DecodingToHTML, "DecodingFromXMLKXT(s as string) as string"),
     KXT_METHOD(EncodingToURL1, "EncodingToURLKXT(s as string) as string"),
     KXT_METHOD(EncodingToURL2, "EncodingToURLKXT(s as string, options as integer) as string"),
     KXT_METHOD(DecodingToURL1, "DecodingFromURLKXT(s as string) as string"),
     KXT_METHOD(DecodingToURL2, "DecodingFromURLKXT(s as string, options as integer) as string"),
+    KXT_METHOD(EncodingToQuotedPrintable2,
+               "EncodingToQuotedPrintableKXT(s as string, LineLen as integer = 72) as string"),
+    KXT_METHOD(DecodingToQuotedPrintable, "DecodingFromQuotedPrintableKXT(s as string) as string"),
+    KXT_METHOD(Hexstring,
+               "HexstringKXT(input as string, hexlen as integer, linelen as integer, "
+               "linestart as string, lineend as string, spacer as string,filler as string) "
+               "as string"),
+    KXT_METHOD(EncodingToISO8859, "EncodingToISO8859KXT(s as string) as string"),
+    KXT_METHOD(DecodingToISO8859, "DecodingFromISO8859KXT(s as string) as string"),
+    KXT_METHOD(EncodingToCP1252, "EncodingToCP1252KXT(s as string) as string"),
+    KXT_METHOD(DecodingToCP1252, "DecodingFromCP1252KXT(s as string) as string"),
+    KXT_METHOD(EncodingToHex, "EncodingToHexKXT(s as string) as string"),
+    KXT_METHOD(DecodingToHex, "DecodingFromHexKXT(s as string) as string"),
 };
 
 REALmethodDefinition gStyledTextMethods[] = {
