@@ -6,7 +6,9 @@
 #include <cstdlib>
 #include <unistd.h>
 
+#include "MainStringCompose.h"
 #include "REALplugin.h"
+#include "RemoveAccents.h"
 #include "URLencoding.h"
 #include "rbDebug.h"
 #include "rbclassutil.h"
@@ -23,6 +25,12 @@ REALmethodDefinition gStringMethods[] = {
     KXT_METHOD(EncodingToURL2, "EncodingToURLKXT(s as string, options as integer) as string"),
     KXT_METHOD(DecodingToURL1, "DecodingFromURLKXT(s as string) as string"),
     KXT_METHOD(DecodingToURL2, "DecodingFromURLKXT(s as string, options as integer) as string"),
+    KXT_METHOD(ConvertUnicodeToCharacterCompositionKXT,
+               "ConvertUnicodeToCharacterCompositionKXT(text as string) as string"),
+    KXT_METHOD(ConvertUnicodeToCharacterDecompositionKXT,
+               "ConvertUnicodeToCharacterDecompositionKXT(text as string) as string"),
+    KXT_METHOD(RemoveAccentsKXT,
+               "RemoveAccentsKXT(text as string, IgnoreCase as boolean = false) as string"),
 };
 
 REALmethodDefinition gStyledTextMethods[] = {
@@ -48,6 +56,7 @@ extern "C" __attribute__((visibility("default"))) void PluginEntry() {
     PluginStart("String");
     if (REALinRuntime()) {
         InitRand();
+        InitTable();
     }
     MyREALRegisterClassExtension(&gStyledTextExtension);
     MyREALRegisterMethodArray(gStringMethods, sizeof(gStringMethods) / sizeof(gStringMethods[0]));
