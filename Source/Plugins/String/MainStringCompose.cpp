@@ -100,13 +100,15 @@ const DecompositionEntry* findDecomposition(uint16_t unit) {
 
 std::vector<uint16_t> decomposeUTF16(std::span<const uint16_t> text) {
     const bool log = gDebugging;
-    // Room for every unit plus some expansion; grown when a long run of expansions needs more.
-    std::vector<uint16_t> out(text.size() + 1000);
-    size_t w = 0;
+    // Only units from U+00C0 on can grow, to at most four units. Reserving for that bound
+    // costs address space only, and spares large texts the copy of a growing buffer.
+    size_t mayGrow = 0;
+    for (const uint16_t c : text) mayGrow += c >= kFirstComposed;
+    std::vector<uint16_t> out;
+    out.reserve(text.size() + 3 * mayGrow);
     for (const uint16_t c : text) {
-        if (out.size() - w < 4) out.resize(out.size() * 2);
         if (c < kFirstComposed) {
-            out[w++] = c;
+            out.push_back(c);
             continue;
         }
         const DecompositionEntry* e;
@@ -117,12 +119,11 @@ std::vector<uint16_t> decomposeUTF16(std::span<const uint16_t> text) {
             e = searchDecomposition<false>(c);
         }
         if (e == nullptr) {
-            out[w++] = c;
+            out.push_back(c);
             continue;
         }
-        for (size_t p = 0; p < 5 && e->parts[p] != 0; ++p) out[w++] = e->parts[p];
+        for (size_t p = 0; p < 5 && e->parts[p] != 0; ++p) out.push_back(e->parts[p]);
     }
-    out.resize(w);
     return out;
 }
 
@@ -134,26 +135,25 @@ std::vector<uint16_t> composeUTF16(std::span<const uint16_t> text) {
     const uint16_t* in = text.data();
     const size_t n = text.size();
     // Every step writes one unit for at least one read, so the input length is enough.
-    std::vector<uint16_t> out(n);
-    size_t w = 0;
+    std::vector<uint16_t> out;
+    out.reserve(n);
     size_t i = 0;
     while (i < n) {
         const uint16_t c = in[i];
         if (lookup[c] == 0) {
-            out[w++] = c;
+            out.push_back(c);
             ++i;
             continue;
         }
         if (log) LogMessage("findCompositionInText", int64_t(c));
         if (const DecompositionEntry* e = firstMatch(in, n, i)) {
-            out[w++] = e->composed;
+            out.push_back(e->composed);
             i += partCount(*e);
         } else {
-            out[w++] = c;
+            out.push_back(c);
             ++i;
         }
     }
-    out.resize(w);
     return out;
 }
 
