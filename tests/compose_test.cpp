@@ -7,8 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "KxtTest.h"
 #include "MainStringCompose.h"
 #include "UnicodeTables.h"
+
+using namespace kxt_test;
 
 namespace {
 
@@ -246,6 +249,121 @@ TEST(Decompose, AgreesWithTheLinearScanOnRandomText) {
         }
         ASSERT_EQ(kxt::decomposeUTF16(text), decomposeByLinearScan(text)) << "input: " << hex(text);
     }
+}
+
+// ---- Through the host ---------------------------------------------------------------------------
+
+std::string utf8(std::u16string_view s) {
+    std::string out;
+    for (size_t i = 0; i < s.size(); ++i) {
+        uint32_t c = s[i];
+        if (c >= 0xD800 && c < 0xDC00 && i + 1 < s.size()) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (s[++i] - 0xDC00);
+        }
+        if (c < 0x80) {
+            out += char(c);
+        } else if (c < 0x800) {
+            out += {char(0xC0 | c >> 6), char(0x80 | (c & 0x3F))};
+        } else if (c < 0x10000) {
+            out += {char(0xE0 | c >> 12), char(0x80 | (c >> 6 & 0x3F)), char(0x80 | (c & 0x3F))};
+        } else {
+            out += {char(0xF0 | c >> 18), char(0x80 | (c >> 12 & 0x3F)),
+                    char(0x80 | (c >> 6 & 0x3F)), char(0x80 | (c & 0x3F))};
+        }
+    }
+    return out;
+}
+
+std::string utf16Bytes(std::u16string_view s) {
+    return std::string(reinterpret_cast<const char*>(s.data()), s.size() * 2);
+}
+
+constexpr const char* kCompose = "ConvertUnicodeToCharacterCompositionKXT";
+constexpr const char* kDecompose = "ConvertUnicodeToCharacterDecompositionKXT";
+
+class ComposeMethods : public HostTest {};
+
+TEST_F(ComposeMethods, ConvertBothWaysAndAnswerInUnicode) {
+    const struct {
+        const char* method;
+        std::u16string input, expected;
+    } cases[] = {
+        {kDecompose, u"Cr\u00E8me", u"Cre\u0300me"},
+        {kCompose, u"Cre\u0300me", u"Cr\u00E8me"},
+        {kDecompose, u"\uAC01", u"\u1100\u1161\u11A8"},
+        {kCompose, u"\u1100\u1161\u11A8", u"\uAC00\u11A8"},
+        {kCompose, u"C\u0327\u0301", u"\u00C7\u0301"},
+        {kDecompose, u"\u2126\u0340", u"\u2126\u0340"},
+        {kCompose, u"\U000242EE\U0001F600", u"\uFA6C\U0001F600"},
+        {kDecompose, u"\U0001F600\uFA6C", u"\U0001F600\U000242EE"},
+    };
+    for (const auto& c : cases) {
+        Value r = call(c.method, {S(utf8(c.input))});
+        EXPECT_EQ(r.bytes(), utf8(c.expected)) << c.method << " " << utf8(c.input);
+        EXPECT_EQ(r.encoding(), kREALTextEncodingUTF8);
+    }
+}
+
+TEST_F(ComposeMethods, AcceptAnyInputEncoding) {
+    EXPECT_EQ(callBytes(kDecompose, {S("\xE9t\xE9", kREALTextEncodingISOLatin1)}),
+              utf8(u"e\u0301te\u0301"));
+    EXPECT_EQ(callBytes(kDecompose, {S("caf\xE9", kREALTextEncodingWindowsLatin1)}),
+              utf8(u"cafe\u0301"));
+    EXPECT_EQ(callBytes(kCompose, {S(utf16Bytes(u"e\u0301"), kREALTextEncodingUTF16)}),
+              utf8(u"\u00E9"));
+    EXPECT_EQ(callBytes(kCompose, {S("abc", kREALTextEncodingASCII)}), "abc");
+}
+
+TEST_F(ComposeMethods, NilAndEmptyGiveNil) {
+    for (const char* method : {kCompose, kDecompose}) {
+        EXPECT_TRUE(call(method, {Nil()}).isNil()) << method;
+        EXPECT_TRUE(call(method, {S("")}).isNil()) << method;
+    }
+}
+
+TEST_F(ComposeMethods, LargeTextRoundTrips) {
+    std::u16string sample = u"na\u00EFve \u1F04\u03BD\u03B4\u03C1\u03B1 \uD55C\uAD6D\uC5B4 ";
+    std::u16string text;
+    while (text.size() < (4u << 20)) text += sample;
+    Value decomposed = call(kDecompose, {S(utf8(text))});
+    Value composed = call(kCompose, {decomposed});
+    EXPECT_GT(decomposed.bytes().size(), utf8(text).size());
+    EXPECT_TRUE(composed.bytes() == utf8(text));
+}
+
+class ComposeMethodsOnOldHost : public HostTest {
+    xhost::HostOptions options() const override {
+        xhost::HostOptions o;
+        o.version = 2011.04;
+        return o;
+    }
+};
+
+TEST_F(ComposeMethodsOnOldHost, AnswerInUTF16WhereTheHostCannotConvert) {
+    Value r = call(kDecompose, {S(utf8(u"\u00E9"))});
+    EXPECT_EQ(r.encoding(), kREALTextEncodingUTF16);
+    EXPECT_EQ(r.bytes(), utf16Bytes(u"e\u0301"));
+}
+
+class ComposeMethodsDebugging : public HostTest {};
+
+TEST_F(ComposeMethodsDebugging, LogTheirSteps) {
+    ASSERT_TRUE(host().setDebugging(true));
+    ::testing::internal::CaptureStderr();
+    Value composed = call(kCompose, {S(utf8(u"xe\u0301"))});
+    Value decomposed = call(kDecompose, {S(utf8(u"\u00E9"))});
+    const std::string log = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(composed.bytes(), utf8(u"x\u00E9"));
+    for (const char* line :
+         {"KXT Debug: ConvertUnicodeToCharacterCompositionKXT\n",
+          "KXT Debug: count compositions 12197\n", "KXT Debug: findCompositionInText 101\n",
+          "KXT Debug: outsize 2\n", "KXT Debug: ConvertUnicodeToCharacterDecompositionKXT\n",
+          "KXT Debug: findComposition 233\n", "KXT Debug: middle before 6098\n",
+          "KXT Debug: Char found 233, 41\n"}) {
+        EXPECT_NE(log.find(line), std::string::npos) << line << " missing from\n" << log;
+    }
+    // 'x' (U+0078) starts no decomposition and is not looked for.
+    EXPECT_EQ(log.find("findCompositionInText 120"), std::string::npos);
 }
 
 }  // namespace

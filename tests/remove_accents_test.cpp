@@ -5,7 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "KxtTest.h"
 #include "RemoveAccents.h"
+
+using namespace kxt_test;
 
 namespace {
 
@@ -102,6 +105,52 @@ TEST_F(RemoveAccents, MapsEveryOtherUnitThroughTheTable) {
         ASSERT_EQ(out[w], AccentTable[u]) << std::hex << u;
         ++w;
     }
+}
+
+// ---- Through the host ---------------------------------------------------------------------------
+
+constexpr const char* kRemoveAccents = "RemoveAccentsKXT";
+
+class RemoveAccentsMethod : public HostTest {};
+
+TEST_F(RemoveAccentsMethod, AnswersInUnicodeForAnyInputEncoding) {
+    Value r = call(kRemoveAccents, {S("Cr\xC3\xA8me Br\xC3\xBBl\xC3\xA9e")});
+    EXPECT_EQ(r.bytes(), "Creme Brulee");
+    EXPECT_EQ(r.encoding(), kREALTextEncodingUTF8);
+    EXPECT_EQ(callBytes(kRemoveAccents, {S("Cr\xC3\xA8me Br\xC3\xBBl\xC3\xA9e"), B(true)}),
+              "CREME BRULEE");
+    EXPECT_EQ(callBytes(kRemoveAccents, {S("\xBD \xC6sir Stra\xDF"
+                                           "e",
+                                           kREALTextEncodingISOLatin1)}),
+              "1/2 AEsir Strase");
+    const std::string utf16("\x19\x20\x21\xFF", 4);  // U+2019 U+FF21, little-endian
+    EXPECT_EQ(callBytes(kRemoveAccents, {S(utf16, kREALTextEncodingUTF16)}), "'A");
+    // Greek stays Greek: U+1F48 U+03B4 becomes U+039F U+03B4.
+    EXPECT_EQ(callBytes(kRemoveAccents, {S("\xE1\xBD\x88\xCE\xB4"), B(true)}), "\xCE\x9F\xCE\xB4");
+}
+
+TEST_F(RemoveAccentsMethod, NilAndEmptyGiveNil) {
+    EXPECT_TRUE(call(kRemoveAccents, {Nil()}).isNil());
+    EXPECT_TRUE(call(kRemoveAccents, {S("")}).isNil());
+    EXPECT_TRUE(call(kRemoveAccents, {S(""), B(true)}).isNil());
+    // Only a combining mark: nothing is left.
+    EXPECT_TRUE(call(kRemoveAccents, {S("\xCC\x81")}).isNil());
+}
+
+// The table is built only when the plugin starts inside a built application; in the IDE every
+// unit that is not dropped or spelled out becomes U+0000.
+class RemoveAccentsMethodInTheIDE : public HostTest {
+    xhost::HostOptions options() const override {
+        xhost::HostOptions o;
+        o.inRuntime = false;
+        return o;
+    }
+};
+
+TEST_F(RemoveAccentsMethodInTheIDE, GivesZeroUnitsWithoutTheTable) {
+    EXPECT_EQ(callBytes(kRemoveAccents, {S("Cr\xC3\xA8me \xC2\xBD")}),
+              std::string(6, '\0') + "1/2");
+    EXPECT_EQ(callBytes(kRemoveAccents, {S("ae\xCC\x81"), B(true)}), std::string(2, '\0'));
 }
 
 }  // namespace
