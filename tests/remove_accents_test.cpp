@@ -114,10 +114,13 @@ constexpr const char* kRemoveAccents = "RemoveAccentsKXT";
 class RemoveAccentsMethod : public HostTest {};
 
 TEST_F(RemoveAccentsMethod, AnswersInUnicodeForAnyInputEncoding) {
-    Value r = call(kRemoveAccents, {S("Cr\xC3\xA8me Br\xC3\xBBl\xC3\xA9e")});
+    Value r = call(kRemoveAccents, {S("Cr\xC3\xA8me Br\xC3\xBBl\xC3\xA9"
+                                      "e")});
     EXPECT_EQ(r.bytes(), "Creme Brulee");
     EXPECT_EQ(r.encoding(), kREALTextEncodingUTF8);
-    EXPECT_EQ(callBytes(kRemoveAccents, {S("Cr\xC3\xA8me Br\xC3\xBBl\xC3\xA9e"), B(true)}),
+    EXPECT_EQ(callBytes(kRemoveAccents, {S("Cr\xC3\xA8me Br\xC3\xBBl\xC3\xA9"
+                                           "e"),
+                                         B(true)}),
               "CREME BRULEE");
     EXPECT_EQ(callBytes(kRemoveAccents, {S("\xBD \xC6sir Stra\xDF"
                                            "e",
