@@ -8,7 +8,9 @@
 
 #include "Hexencoding.h"
 #include "ISOencoding.h"
+#include "MainStringCompose.h"
 #include "REALplugin.h"
+#include "RemoveAccents.h"
 #include "URLencoding.h"
 #include "hexstring.h"
 #include "htmlencoding.h"
@@ -55,6 +57,12 @@ REALmethodDefinition gStringMethods[] = {
     KXT_METHOD(DecodingToCP1252, "DecodingFromCP1252KXT(s as string) as string"),
     KXT_METHOD(EncodingToHex, "EncodingToHexKXT(s as string) as string"),
     KXT_METHOD(DecodingToHex, "DecodingFromHexKXT(s as string) as string"),
+    KXT_METHOD(ConvertUnicodeToCharacterCompositionKXT,
+               "ConvertUnicodeToCharacterCompositionKXT(text as string) as string"),
+    KXT_METHOD(ConvertUnicodeToCharacterDecompositionKXT,
+               "ConvertUnicodeToCharacterDecompositionKXT(text as string) as string"),
+    KXT_METHOD(RemoveAccentsKXT,
+               "RemoveAccentsKXT(text as string, IgnoreCase as boolean = false) as string"),
 };
 
 REALmethodDefinition gStyledTextMethods[] = {
@@ -80,6 +88,7 @@ extern "C" __attribute__((visibility("default"))) void PluginEntry() {
     PluginStart("String");
     if (REALinRuntime()) {
         InitRand();
+        InitTable();
     }
     MyREALRegisterClassExtension(&gStyledTextExtension);
     MyREALRegisterMethodArray(gStringMethods, sizeof(gStringMethods) / sizeof(gStringMethods[0]));
