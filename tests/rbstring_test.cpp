@@ -193,6 +193,8 @@ TEST(FastPathsAgreeWithByteLoops, UTF8AndASCIIScans) {
         const std::string placeholder = iteration % 5 == 0 ? "" : "\xEF\xBF\xBD";
         ASSERT_EQ(repaired(s, placeholder), ref::repairUTF8(s, placeholder))
             << testing::PrintToString(s);
+        ASSERT_EQ(kxt::wellFormedPrefixLength(s), ref::wellFormedPrefix(s))
+            << testing::PrintToString(s);
         ASSERT_EQ(kxt::CheckUTF8(u8(s), s.size()), ref::validPrefix(s))
             << testing::PrintToString(s);
         const int64_t minLength = int64_t(rng() % 6) - 1;

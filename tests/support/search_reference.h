@@ -166,6 +166,16 @@ inline std::string repairUTF8(std::string_view s, std::string_view placeholder) 
     return out;
 }
 
+inline size_t wellFormedPrefix(std::string_view s) {
+    size_t i = 0;
+    while (i < s.size()) {
+        const size_t len = sequenceLength(s, i);
+        if (len == 0) break;
+        i += len;
+    }
+    return i;
+}
+
 inline size_t validPrefix(std::string_view s) {
     size_t i = 0;
     while (i < s.size()) {

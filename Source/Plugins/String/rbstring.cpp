@@ -3,6 +3,7 @@
 #include <emmintrin.h>
 
 #include <algorithm>
+#include <array>
 #include <memory>
 
 #include "MyMemory.h"
@@ -21,20 +22,25 @@ __m128i load16(const uint8_t* p) {
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
 }
 
-// Lanes that are all ones where the byte passes; each is one or two SSE2 compares.
-__m128i below128(__m128i x) {
-    return _mm_cmpgt_epi8(x, _mm_set1_epi8(-1));
-}
-__m128i from32To127(__m128i x) {
-    return _mm_cmpgt_epi8(x, _mm_set1_epi8(31));
-}
-__m128i from32(__m128i x) {
-    return _mm_cmpeq_epi8(_mm_max_epu8(x, _mm_set1_epi8(32)), x);
-}
-__m128i from32To126(__m128i x) {
-    return _mm_and_si128(_mm_cmpgt_epi8(x, _mm_set1_epi8(31)),
-                         _mm_cmplt_epi8(x, _mm_set1_epi8(127)));
-}
+// Lanes that are all ones where the byte passes; each is one or two SSE2 compares. Function
+// objects rather than functions, so that the block loops inline them.
+struct Below128 {
+    __m128i operator()(__m128i x) const { return _mm_cmpgt_epi8(x, _mm_set1_epi8(-1)); }
+};
+struct From32To127 {
+    __m128i operator()(__m128i x) const { return _mm_cmpgt_epi8(x, _mm_set1_epi8(31)); }
+};
+struct From32 {
+    __m128i operator()(__m128i x) const {
+        return _mm_cmpeq_epi8(_mm_max_epu8(x, _mm_set1_epi8(32)), x);
+    }
+};
+struct From32To126 {
+    __m128i operator()(__m128i x) const {
+        return _mm_and_si128(_mm_cmpgt_epi8(x, _mm_set1_epi8(31)),
+                             _mm_cmplt_epi8(x, _mm_set1_epi8(127)));
+    }
+};
 
 // Index of the first 16-byte block at or after i that has a failing byte (or the last
 // position from which 16 bytes no longer fit); the caller finishes byte by byte.
@@ -62,55 +68,108 @@ bool allPass(std::string_view bytes, Pass pass, PassByte passByte) {
     return true;
 }
 
-bool isContinuation(uint8_t b) {
-    return (b & 0xC0) == 0x80;
-}
+// The well-formedness table as a state machine: one table step per byte and no branch that
+// depends on the kind of character, which keeps mixed-script text fast. Two tables: the repair
+// scan accepts every byte below 0x80, the readable scan only tab, LF, CR and 32..126.
+enum : uint8_t {
+    kAccept,  // between sequences
+    kReject,
+    kNeed1,  // any continuation byte, then done
+    kNeed2,
+    kNeed3,
+    kAfterE0,  // A0..BF: no overlong forms
+    kAfterED,  // 80..9F: no surrogates
+    kAfterF0,  // 90..BF: no overlong forms
+    kAfterF4,  // 80..8F: nothing above U+10FFFF
+    kStates
+};
 
-size_t sequenceLength(const uint8_t* p, size_t available) {
-    const uint8_t lead = p[0];
-    if (lead < 0x80) return 1;
-    if (lead < 0xC2 || lead > 0xF4) return 0;
-    if (lead < 0xE0) return available >= 2 && isContinuation(p[1]) ? 2 : 0;
-    if (lead < 0xF0) {
-        // E0 excludes overlong forms, ED the surrogates.
-        const uint8_t low = lead == 0xE0 ? 0xA0 : 0x80;
-        const uint8_t high = lead == 0xED ? 0x9F : 0xBF;
-        return available >= 3 && p[1] >= low && p[1] <= high && isContinuation(p[2]) ? 3 : 0;
+constexpr std::array<uint8_t, kStates * 256> makeTransitions(bool readableOnly) {
+    std::array<uint8_t, kStates * 256> t{};
+    for (auto& x : t) x = kReject;
+    for (int b = 0; b < 256; ++b) {
+        uint8_t& fromAccept = t[kAccept * 256 + b];
+        if (b < 0x80) {
+            const bool readable = (b >= 32 && b <= 126) || b == 9 || b == 10 || b == 13;
+            fromAccept = !readableOnly || readable ? kAccept : kReject;
+        } else if (b >= 0xC2 && b <= 0xDF) {
+            fromAccept = kNeed1;
+        } else if (b == 0xE0) {
+            fromAccept = kAfterE0;
+        } else if (b == 0xED) {
+            fromAccept = kAfterED;
+        } else if (b >= 0xE1 && b <= 0xEF) {
+            fromAccept = kNeed2;
+        } else if (b == 0xF0) {
+            fromAccept = kAfterF0;
+        } else if (b == 0xF4) {
+            fromAccept = kAfterF4;
+        } else if (b >= 0xF1 && b <= 0xF3) {
+            fromAccept = kNeed3;
+        }
+        if (b >= 0x80 && b <= 0xBF) {
+            t[kNeed1 * 256 + b] = kAccept;
+            t[kNeed2 * 256 + b] = kNeed1;
+            t[kNeed3 * 256 + b] = kNeed2;
+        }
+        if (b >= 0xA0 && b <= 0xBF) t[kAfterE0 * 256 + b] = kNeed1;
+        if (b >= 0x80 && b <= 0x9F) t[kAfterED * 256 + b] = kNeed1;
+        if (b >= 0x90 && b <= 0xBF) t[kAfterF0 * 256 + b] = kNeed2;
+        if (b >= 0x80 && b <= 0x8F) t[kAfterF4 * 256 + b] = kNeed2;
     }
-    // F0 excludes overlong forms, F4 everything above U+10FFFF.
-    const uint8_t low = lead == 0xF0 ? 0x90 : 0x80;
-    const uint8_t high = lead == 0xF4 ? 0x8F : 0xBF;
-    return available >= 4 && p[1] >= low && p[1] <= high && isContinuation(p[2]) &&
-                   isContinuation(p[3])
-               ? 4
-               : 0;
+    return t;
 }
 
-// End of the well-formed run that starts at i (ASCII of every kind included).
-size_t wellFormedRunEnd(const uint8_t* p, size_t i, size_t n) {
+constexpr auto kAnyASCII = makeTransitions(false);
+constexpr auto kReadableASCII = makeTransitions(true);
+
+// End of the well-formed run that starts at i (the start of the sequence that broke it, or of
+// one cut off by the end). After each 16 bytes that end between sequences, blocks of passing
+// single bytes are skipped whole; short runs in binary data never pay for the block test.
+template <bool kReadable>
+size_t validRunEnd(const uint8_t* p, size_t i, size_t n) {
+    const uint8_t* table = kReadable ? kReadableASCII.data() : kAnyASCII.data();
+    uint8_t state = kAccept;
+    size_t runEnd = i;
     while (i < n) {
-        i = skipPassingBlocks(p, i, n, below128);
-        while (i < n && p[i] < 0x80) ++i;
-        if (i == n) break;
-        const size_t len = sequenceLength(p + i, n - i);
-        if (len == 0) break;
-        i += len;
+        for (const size_t stop = std::min(n, i + 16); i < stop; ++i) {
+            state = table[state * 256 + p[i]];
+            if (state == kReject) return runEnd;
+            runEnd = state == kAccept ? i + 1 : runEnd;
+        }
+        if (state == kAccept) {
+            if constexpr (kReadable) {
+                i = skipPassingBlocks(p, i, n, From32To126{});
+            } else {
+                i = skipPassingBlocks(p, i, n, Below128{});
+            }
+            runEnd = i;
+        }
     }
-    return i;
+    return runEnd;
 }
 
 }  // namespace
 
 size_t wellFormedSequenceLength(std::string_view bytes) {
-    if (bytes.empty()) return 0;
-    return sequenceLength(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    uint8_t state = kAccept;
+    for (size_t i = 0; i < bytes.size() && i < 4; ++i) {
+        state = kAnyASCII[state * 256 + uint8_t(bytes[i])];
+        if (state == kAccept) return i + 1;
+        if (state == kReject) return 0;
+    }
+    return 0;
+}
+
+size_t wellFormedPrefixLength(std::string_view bytes) {
+    return validRunEnd<false>(reinterpret_cast<const uint8_t*>(bytes.data()), 0, bytes.size());
 }
 
 void CheckUTF8(std::string& output, std::string_view placeholder, const uint8_t* data,
                size_t length) {
     size_t i = 0;
     while (i < length) {
-        const size_t end = wellFormedRunEnd(data, i, length);
+        const size_t end = validRunEnd<false>(data, i, length);
         output.append(reinterpret_cast<const char*>(data + i), end - i);
         if (end == length) break;
         output.append(placeholder);
@@ -119,24 +178,7 @@ void CheckUTF8(std::string& output, std::string_view placeholder, const uint8_t*
 }
 
 size_t CheckUTF8(const uint8_t* data, size_t length) {
-    if (data == nullptr) return 0;
-    size_t i = 0;
-    while (i < length) {
-        i = skipPassingBlocks(data, i, length, from32To126);
-        if (i == length) break;
-        const uint8_t b = data[i];
-        if (b < 0x80) {
-            if ((b >= 32 && b <= 126) || b == 9 || b == 10 || b == 13) {
-                ++i;
-                continue;
-            }
-            break;
-        }
-        const size_t len = sequenceLength(data + i, length - i);
-        if (len == 0) break;
-        i += len;
-    }
-    return i;
+    return data == nullptr ? 0 : validRunEnd<true>(data, 0, length);
 }
 
 bool IsSpaceOnly(const uint8_t* data, size_t length) {
@@ -177,11 +219,11 @@ bool isASCIIText(std::string_view bytes, int64_t mode) {
     if (bytes.empty()) return true;
     switch (mode) {
         case 0:
-            return allPass(bytes, below128, [](uint8_t b) { return b < 128; });
+            return allPass(bytes, Below128{}, [](uint8_t b) { return b < 128; });
         case 1:
-            return allPass(bytes, from32To127, [](uint8_t b) { return b >= 32 && b < 128; });
+            return allPass(bytes, From32To127{}, [](uint8_t b) { return b >= 32 && b < 128; });
         case 2:
-            return allPass(bytes, from32, [](uint8_t b) { return b >= 32; });
+            return allPass(bytes, From32{}, [](uint8_t b) { return b >= 32; });
         default:
             return false;
     }
@@ -194,7 +236,7 @@ void replaceNonPrintable(std::string_view bytes, uint8_t replacement, uint8_t* o
     size_t i = 0;
     for (; i + 16 <= n; i += 16) {
         __m128i x = load16(p + i);
-        __m128i keep = from32To127(x);
+        __m128i keep = From32To127{}(x);
         __m128i r = _mm_or_si128(_mm_and_si128(keep, x), _mm_andnot_si128(keep, fill));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), r);
     }
@@ -223,6 +265,12 @@ REALarray stringsFromData(const void* data, int64_t length, RBInteger minLength)
 
 REALstring CheckUTF8(const void* data, int64_t length, REALstring placeholder) {
     if (data == nullptr || length < 1) return nullptr;
+    // Valid text is its own repair: build it straight from the input instead of copying it
+    // through a work buffer first.
+    std::string_view bytes(static_cast<const char*>(data), size_t(length));
+    if (kxt::wellFormedPrefixLength(bytes) == bytes.size()) {
+        return REALBuildUnicodeString(bytes, kREALTextEncodingUTF8);
+    }
     rbText replacement(placeholder);
     std::string output;
     output.reserve(size_t(length) + 4096);

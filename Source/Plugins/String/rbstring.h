@@ -16,6 +16,9 @@ namespace kxt {
 // (bad lead or continuation byte, overlong form, surrogate, above U+10FFFF, cut off by the end).
 size_t wellFormedSequenceLength(std::string_view bytes);
 
+// Length of the longest prefix of bytes that the repair scan would copy unchanged.
+size_t wellFormedPrefixLength(std::string_view bytes);
+
 // The repair scan: appends data to output with every byte that does not start a well-formed
 // sequence replaced by placeholder (one placeholder per bad byte; scanning resumes at the next
 // byte). Bytes below 0x80, control bytes included, are kept.
