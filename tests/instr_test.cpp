@@ -6,10 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "KxtTest.h"
 #include "MainInstr.h"
 #include "search_reference.h"
 
 using namespace std::string_literals;
+using namespace kxt_test;
 
 namespace {
 
@@ -190,6 +192,160 @@ TEST(FastPathsAgreeWithByteLoops, AdversarialCountingStaysExact) {
         EXPECT_EQ(kxt::countOccurrences(s, find), ref::countOccurrences(s, find)) << len;
     }
     EXPECT_EQ(kxt::countOccurrences(s, std::string(500, 'a') + "b"), 1);
+}
+
+// ---- through the host ----
+
+class SearchMethods : public HostTest {};
+
+TEST_F(SearchMethods, InStrBytesIsFirstOfSet) {
+    EXPECT_EQ(call("InStrBytesKXT", {S("hello"), S("ol")}).asInteger(), 3);
+    EXPECT_EQ(call("InStrBytesKXT", {S("hello"), S("xyz")}).asInteger(), 0);
+    EXPECT_EQ(call("InStrBytesKXT", {Nil(), S("a")}).asInteger(), 0);
+    EXPECT_EQ(call("InStrBytesKXT", {S("abc"), Nil()}).asInteger(), 0);
+    // Raw bytes: a Latin-1 byte is found as itself, not as its UTF-8 form.
+    EXPECT_EQ(
+        call("InStrBytesKXT", {S("a\xE9", kREALTextEncodingISOLatin1), Raw("\xE9")}).asInteger(),
+        2);
+}
+
+TEST_F(SearchMethods, ByteRangeOverloadsWithoutFindReadUnsignedBytes) {
+    struct Row {
+        std::vector<Value> args;
+        int64_t expected;
+    } rows[] = {
+        {{S("abc"), I(98), I(99)}, 2},
+        {{Raw("ab\xC8"), I(128), I(255)}, 3},
+        {{Raw("ab\xC8"), I(-128), I(-1)}, 0},
+        {{S("xyz"), I(0), I(10), I(121), I(121)}, 2},
+        {{S("xyz"), I(0), I(1), I(2), I(3), I(122), I(122)}, 3},
+        {{S("xyz"), I(0), I(1), I(2), I(3), I(4), I(5)}, 0},
+        {{Nil(), I(0), I(255)}, 0},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(call("InStrByteRangeKXT", r.args).asInteger(), r.expected)
+            << r.args.size() << " arguments, target " << r.args[0].bytes();
+    }
+}
+
+TEST_F(SearchMethods, ByteRangeOverloadsWithFindReadSignedBytes) {
+    struct Row {
+        std::vector<Value> args;
+        int64_t expected;
+    } rows[] = {
+        {{Raw("ab\xC8"), S(""), I(128), I(255)}, 0},
+        {{Raw("ab\xC8"), Nil(), I(-128), I(-1)}, 3},
+        {{S("xyz"), S("z"), I(0), I(10)}, 3},
+        {{S("xyz"), S("z"), I(0), I(10), I(121), I(121)}, 2},
+        {{Raw("ab\xC8"), Nil(), I(0), I(1), I(-56), I(-56)}, 3},
+        {{S("xyz"), Nil(), I(0), I(1), I(2), I(3), I(121), I(121)}, 2},
+        {{S("xyz"), S("q"), I(0), I(1), I(2), I(3), I(4), I(5)}, 0},
+        {{Raw("\xFF"), Raw("\xFF"), I(0), I(0)}, 1},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(call("InStrByteRangeKXT", r.args).asInteger(), r.expected)
+            << r.args.size() << " arguments, target " << r.args[0].bytes();
+    }
+}
+
+TEST_F(SearchMethods, StrCompBytesComparesRawBytes) {
+    struct Row {
+        Value a, b;
+        int64_t expected;
+    } rows[] = {
+        {S(""), S(""), -1},
+        {Nil(), Nil(), -1},
+        {S("abc"), S("abd"), -1},
+        {S("b"), S("abc"), 1},
+        {S("abc"), Nil(), 1},
+        {S("abc"), S("abc"), 0},
+        {Raw("a"), Raw("a\0"s), 0},
+        // Encodings play no role.
+        {S("\xE9", kREALTextEncodingISOLatin1), S("\xC3\xA9"), 1},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(call("StrCompBytesKXT", {r.a, r.b}).asInteger(), r.expected)
+            << r.a.bytes() << " / " << r.b.bytes();
+    }
+}
+
+TEST_F(SearchMethods, StrCompCharactersComparesTextAcrossEncodings) {
+    const std::string utf16B("b\0", 2);
+    struct Row {
+        Value a, b;
+        int64_t expected;
+    } rows[] = {
+        {S("abc"), S("abd"), -1},
+        {S("abd"), S("abc"), 1},
+        {S("abc"), S("abc"), 0},
+        {Raw("abc"), Nil(), -1},  // same encoding: an empty operand gives -1 either way round
+        {Nil(), Raw("abc"), -1},
+        {S("\xE9", kREALTextEncodingISOLatin1), S("\xC3\xA9"), 0},  // the same text
+        {S("\xC3\xA9"), S("\xE8", kREALTextEncodingISOLatin1), 1},
+        {S(utf16B, kREALTextEncodingUTF16), S("a"), 1},
+        {S("abc"), Nil(), 1},  // different encodings: empty is not special
+        {Nil(), S("abc"), -1},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(call("StrCompCharactersKXT", {r.a, r.b}).asInteger(), r.expected)
+            << r.a.bytes() << " / " << r.b.bytes();
+    }
+}
+
+TEST_F(SearchMethods, CountOccurancesCountsWithoutOverlapAndLogsTheCount) {
+    EXPECT_EQ(call("CountOccurancesKXT", {S("aaaa"), S("aa")}).asInteger(), 2);
+    EXPECT_EQ(call("CountOccurancesKXT", {S("aaaa"), Nil()}).asInteger(), 0);
+    EXPECT_EQ(call("CountOccurancesKXT", {Nil(), S("a")}).asInteger(), 0);
+    EXPECT_EQ(call("CountOccurancesKXT", {S("banana"), S("a")}).asInteger(), 3);
+
+    ASSERT_TRUE(host().setDebugging(true));
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(call("CountOccurancesKXT", {S("abcabc"), S("bc")}).asInteger(), 2);
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find("KXT Debug: ReplaceCount 2\n"), std::string::npos) << log;
+}
+
+TEST_F(SearchMethods, PrefixAndPostfixCompareText) {
+    struct Row {
+        const char* method;
+        Value text, part;
+        bool expected;
+    } rows[] = {
+        {"HasPrefixKXT", S("abc"), S("ab"), true},
+        {"HasPrefixKXT", S("abc"), S(""), false},
+        {"HasPrefixKXT", S("abc"), Nil(), false},
+        {"HasPrefixKXT", Nil(), S("a"), false},
+        {"HasPrefixKXT", S("ab"), S("abc"), false},
+        {"HasPrefixKXT", S("\xE9t\xE9", kREALTextEncodingISOLatin1), S("\xC3\xA9t"), true},
+        {"HasPostfixKXT", S("abc"), S("bc"), true},
+        {"HasPostfixKXT", S("abc"), S("Bc"), false},
+        {"HasPostfixKXT", S("abc"), S(""), false},
+        {"HasPostfixKXT", S("abc"), S("abcd"), false},
+        {"HasPostfixKXT", S("t\xC3\xA9"), S("\xE9", kREALTextEncodingISOLatin1), true},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(call(r.method, {r.text, r.part}).asBoolean(), r.expected)
+            << r.method << " " << r.text.bytes() << " / " << r.part.bytes();
+    }
+}
+
+TEST_F(SearchMethods, ContainsWholeWord) {
+    struct Row {
+        Value text, word;
+        bool expected;
+    } rows[] = {
+        {S("Hello World"), S("world"), true},
+        {S("HelloWorld"), S("world"), false},
+        {S("foo 1world2"), S("world"), true},
+        {S("worldworld world"), S("WORLD"), true},
+        {Nil(), S("a"), false},
+        {S("a"), Nil(), false},
+        {S("caf\xE9 au lait", kREALTextEncodingISOLatin1), S("au"), true},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(call("ContainsWholeWordKXT", {r.text, r.word}).asBoolean(), r.expected)
+            << r.text.bytes() << " / " << r.word.bytes();
+    }
 }
 
 }  // namespace

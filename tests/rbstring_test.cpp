@@ -7,9 +7,11 @@
 #include <random>
 #include <string>
 
+#include "KxtTest.h"
 #include "search_reference.h"
 
 using namespace std::string_literals;
+using namespace kxt_test;
 
 namespace {
 
@@ -226,6 +228,113 @@ TEST(Extraction, LongRejectedRunsStayLinear) {
     EXPECT_EQ(extracted(s, 0), std::vector<std::string>{"word"});
     const std::string t = std::string(1 << 20, 'x') + "\x01" + "yz";
     EXPECT_EQ(extracted(t, 1 << 20), std::vector<std::string>{});
+}
+
+// ---- through the host ----
+
+class UTF8Methods : public HostTest {};
+
+TEST_F(UTF8Methods, CheckUTF8RepairsEveryOverloadAsUTF8) {
+    std::string bytes =
+        "a\xFF"
+        "b\xED\xA0\x80";
+    Value fromString = call("CheckUTF8KXT", {Raw(bytes), S("?")});
+    EXPECT_EQ(fromString.bytes(), "a?b???");
+    EXPECT_EQ(fromString.encoding(), kREALTextEncodingUTF8);
+    EXPECT_EQ(callBytes("CheckUTF8KXT", {MB(bytes), S("?")}), "a?b???");
+    Value fromPtr =
+        call("CheckUTF8KXT", {Value::pointer(bytes.data()), I(int64_t(bytes.size())), S("?")});
+    EXPECT_EQ(fromPtr.bytes(), "a?b???");
+    EXPECT_EQ(fromPtr.encoding(), kREALTextEncodingUTF8);
+    // Only the given size is read.
+    EXPECT_EQ(callBytes("CheckUTF8KXT", {Value::pointer(bytes.data()), I(2), S("?")}), "a?");
+}
+
+TEST_F(UTF8Methods, CheckUTF8ReadsThePlaceholderAsText) {
+    const std::string utf16Replacement("\xFD\xFF", 2);  // U+FFFD in host order
+    EXPECT_EQ(
+        callBytes("CheckUTF8KXT", {Raw("x\x80"), S(utf16Replacement, kREALTextEncodingUTF16)}),
+        "x\xEF\xBF\xBD");
+    EXPECT_EQ(callBytes("CheckUTF8KXT", {Raw("x\x80y"), Nil()}), "xy");
+    // Valid input comes back unchanged and tagged UTF-8, whatever it was tagged before.
+    Value valid = call("CheckUTF8KXT", {Raw("caf\xC3\xA9"), S("?")});
+    EXPECT_EQ(valid.bytes(), "caf\xC3\xA9");
+    EXPECT_EQ(valid.encoding(), kREALTextEncodingUTF8);
+}
+
+TEST_F(UTF8Methods, CheckUTF8OfNothingIsNil) {
+    EXPECT_TRUE(call("CheckUTF8KXT", {Nil(), S("?")}).isNil());
+    EXPECT_TRUE(call("CheckUTF8KXT", {S(""), S("?")}).isNil());
+    EXPECT_TRUE(call("CheckUTF8KXT", {Value::pointer(nullptr), I(5), S("?")}).isNil());
+    std::string bytes = "abc";
+    EXPECT_TRUE(call("CheckUTF8KXT", {Value::pointer(bytes.data()), I(0), S("?")}).isNil());
+    EXPECT_TRUE(call("CheckUTF8KXT", {Value::pointer(bytes.data()), I(-1), S("?")}).isNil());
+}
+
+TEST_F(UTF8Methods, GetStringsFromDataForEveryOverload) {
+    const std::string data = "hello\0\0world"s;
+    const std::vector<std::string> both{"hello", "world"};
+    EXPECT_EQ(call("GetStringsFromDataKXT", {Raw(data), I(4)}).strings(), both);
+    EXPECT_EQ(call("GetStringsFromDataKXT", {Raw(data)}).strings(), both);
+    EXPECT_EQ(call("GetStringsFromDataKXT", {MB(data), I(4)}).strings(), both);
+    EXPECT_EQ(call("GetStringsFromDataKXT", {MB(data)}).strings(), both);
+    std::string copy = data;
+    EXPECT_EQ(
+        call("GetStringsFromDataKXT", {Value::pointer(copy.data()), I(int64_t(copy.size())), I(4)})
+            .strings(),
+        both);
+    EXPECT_EQ(call("GetStringsFromDataKXT", {Value::pointer(copy.data()), I(5)}).strings(),
+              std::vector<std::string>{"hello"});
+}
+
+TEST_F(UTF8Methods, GetStringsFromDataWithNothingFound) {
+    Value none = call("GetStringsFromDataKXT", {Raw("hello\0\0world"s), I(5)});
+    EXPECT_FALSE(none.isNil());
+    EXPECT_TRUE(none.strings().empty());
+    EXPECT_TRUE(call("GetStringsFromDataKXT", {Raw(" \t \t")}).strings().empty());
+    EXPECT_TRUE(call("GetStringsFromDataKXT", {Nil()}).isNil());
+    EXPECT_TRUE(call("GetStringsFromDataKXT", {Value::pointer(nullptr), I(3)}).isNil());
+    std::string bytes = "abc";
+    EXPECT_TRUE(call("GetStringsFromDataKXT", {Value::pointer(bytes.data()), I(-1)}).isNil());
+}
+
+TEST_F(UTF8Methods, ExtractedStringsAreUTF8) {
+    Value r = call("GetStringsFromDataKXT", {Raw("\x01\xC3\xA9t\xC3\xA9\x02")});
+    EXPECT_EQ(r.strings(), std::vector<std::string>{"\xC3\xA9t\xC3\xA9"});
+}
+
+TEST_F(UTF8Methods, IsASCIIStringByMode) {
+    struct Row {
+        std::vector<Value> args;
+        bool expected;
+    } rows[] = {
+        {{Nil()}, true},
+        {{S("")}, true},
+        {{S("abc")}, true},
+        {{S("\xC3\xA9")}, false},
+        {{Nil(), I(3)}, true},
+        {{S("abc"), I(3)}, false},
+        {{S("a\x7F"), I(1)}, true},
+        {{S("a\t"), I(1)}, false},
+        {{Raw("a\x80"), I(2)}, true},
+        {{S("a\n"), I(2)}, false},
+        {{S("a\n"), I(0)}, true},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(call("IsASCIIStringKXT", r.args).asBoolean(), r.expected)
+            << r.args[0].bytes() << " with " << r.args.size() << " arguments";
+    }
+}
+
+TEST_F(UTF8Methods, ReplaceNonPrintableGivesASCII) {
+    Value r = call("ReplaceNonPrintableCharactersKXT", {S("\ta\xC3\xA9")});
+    EXPECT_EQ(r.bytes(), ".a..");
+    EXPECT_EQ(r.encoding(), kREALTextEncodingASCII);
+    EXPECT_EQ(callBytes("ReplaceNonPrintableCharactersKXT", {S("\x01x\x7F"), I(63)}), "?x\x7F");
+    EXPECT_EQ(callBytes("ReplaceNonPrintableCharactersKXT", {S("\x01"), I(256 + 42)}), "*");
+    EXPECT_TRUE(call("ReplaceNonPrintableCharactersKXT", {Nil()}).isNil());
+    const std::string long_(1000, '\x05');
+    EXPECT_EQ(callBytes("ReplaceNonPrintableCharactersKXT", {Raw(long_)}), std::string(1000, '.'));
 }
 
 }  // namespace

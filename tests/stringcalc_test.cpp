@@ -8,9 +8,11 @@
 #include <random>
 #include <string>
 
+#include "KxtTest.h"
 #include "search_reference.h"
 
 using namespace std::string_literals;
+using namespace kxt_test;
 
 namespace {
 
@@ -131,6 +133,111 @@ TEST(RandomBytes, FollowTheCRandomGenerator) {
     kxt::fillRandomBytes(span, false);
     srand(7);
     for (size_t i = 0; i < out.size(); ++i) ASSERT_EQ(uint8_t(out[i]), uint8_t(rand())) << i;
+}
+
+// ---- through the host ----
+
+class ByteMethods : public HostTest {};
+
+TEST_F(ByteMethods, MaskOperationsKeepTheFirstOperandsLength) {
+    struct Row {
+        const char* method;
+        std::vector<Value> args;
+        std::string expected;
+    } rows[] = {
+        {"StringANDKXT", {Raw("\xFF\x0F\xF0"), Raw("\x3C")}, "\x3C\x0C\x30"},
+        {"StringANDKXT", {Raw("\xFF\xFF\xFF"), Raw("\x80\x81\x82\x83\x84")}, "\x80\x81\x82"},
+        {"StringORKXT", {Raw("\x01\x02\x03"), Raw("\x80\x40")}, "\x81\x42\x83"},
+        {"StringXORKXT", {Raw("\0\0\0\0\0"s), Raw("\x81\x82\x83")}, "\x81\x82\x83\x81\x82"},
+        {"StringXORKXT", {Raw("\0\0\0\0\0"s), Raw("\x81\x82\x83"), I(1)}, "\x82\x83\x81\x82\x83"},
+        {"StringXORKXT", {Raw("\0\0\0\0"s), Raw("\x81\x82\x83"), I(-4)}, "\x83\x81\x82\x83"},
+        {"StringXOR2KXT", {Raw("\0\0\0\0"s), Raw("\0"s)}, "\x00\x01\x02\x03"s},
+        {"StringXOR2KXT", {Raw("\x80\x80"), Raw("\x01\x02"), I(1)}, "\x82\x80"},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(callBytes(r.method, r.args), r.expected) << r.method;
+    }
+}
+
+TEST_F(ByteMethods, MaskResultsHaveNoEncodingUnlessPureASCII) {
+    Value binary = call("StringORKXT", {S("ab"), Raw("\x80")});
+    EXPECT_EQ(binary.bytes(), "\xE1\xE2");
+    EXPECT_EQ(binary.encoding(), kREALTextEncodingUnknown);
+    Value ascii = call("StringANDKXT", {S("\xC3\xA9"), Raw("\x7F")});
+    EXPECT_EQ(ascii.bytes(), "\x43\x29");
+    EXPECT_EQ(ascii.encoding(), kREALTextEncodingASCII);
+}
+
+TEST_F(ByteMethods, MaskOperationsWithAnEmptyOperandGiveNil) {
+    for (const char* method : {"StringANDKXT", "StringORKXT", "StringXORKXT", "StringXOR2KXT"}) {
+        EXPECT_TRUE(call(method, {S("abc"), Nil()}).isNil()) << method;
+        EXPECT_TRUE(call(method, {Nil(), S("abc")}).isNil()) << method;
+        EXPECT_TRUE(call(method, {S(""), S("abc")}).isNil()) << method;
+    }
+}
+
+TEST_F(ByteMethods, ConcatJoinsRawBytesForEveryOverload) {
+    const std::string utf16E("\xE9\0", 2);
+    Value r = call("ConcatBinaryStringsKXT", {S("\xC3\xA9"), S(utf16E, kREALTextEncodingUTF16)});
+    EXPECT_EQ(r.bytes(), "\xC3\xA9\xE9\0"s);
+    EXPECT_EQ(r.encoding(), kREALTextEncodingUnknown);
+    EXPECT_EQ(callBytes("ConcatBinaryStringsKXT", {S("a"), Nil(), S("c")}), "ac");
+    EXPECT_EQ(callBytes("ConcatBinaryStringsKXT", {S("a"), S("b"), S("c"), S("d")}), "abcd");
+    EXPECT_EQ(callBytes("ConcatBinaryStringsKXT", {S("a"), S("b"), S("c"), S("d"), S("e")}),
+              "abcde");
+    EXPECT_EQ(callBytes("ConcatBinaryStringsKXT", {S("a"), S("b"), S("c"), S("d"), S("e"), S("f")}),
+              "abcdef");
+    EXPECT_TRUE(call("ConcatBinaryStringsKXT", {Nil(), S("")}).isNil());
+}
+
+TEST_F(ByteMethods, CreateStringRepeatsContentInItsEncoding) {
+    Value r = call("CreateStringKXT", {I(5), S("ab")});
+    EXPECT_EQ(r.bytes(), "ababa");
+    EXPECT_EQ(r.encoding(), kREALTextEncodingUTF8);
+    Value latin = call("CreateStringKXT", {I(3), S("\xE9", kREALTextEncodingISOLatin1)});
+    EXPECT_EQ(latin.bytes(), "\xE9\xE9\xE9");
+    EXPECT_EQ(latin.encoding(), kREALTextEncodingISOLatin1);
+    EXPECT_EQ(callBytes("CreateStringKXT", {I(3), Nil()}), "\0\0\0"s);
+    EXPECT_EQ(callBytes("CreateStringKXT", {I(2), Raw("\0"s)}), "\0\0"s);
+    EXPECT_TRUE(call("CreateStringKXT", {I(0), S("ab")}).isNil());
+    EXPECT_TRUE(call("CreateStringKXT", {I(-5), S("ab")}).isNil());
+}
+
+TEST_F(ByteMethods, CreateStringThatCannotBeAllocatedRaisesOutOfMemory) {
+    for (int64_t length : {int64_t(1) << 50, INT64_MAX - 2}) {
+        CallResult r = host().call("CreateStringKXT", {I(length), S("ab")});
+        ASSERT_TRUE(r.exception.has_value()) << length;
+        EXPECT_EQ(r.exception->className, "OutOfMemoryException");
+        EXPECT_EQ(r.exception->message, "Failed to allocate memory.");
+        EXPECT_TRUE(r.value.isNil());
+    }
+}
+
+TEST_F(ByteMethods, RandomBytesComeFromTheCGenerator) {
+    srand(12345);  // the plugin shares the process's C library
+    Value binary = call("RandomBytesStringKXT", {I(300)});
+    srand(12345);
+    std::string expected(300, '\0');
+    for (char& c : expected) c = char(rand());
+    EXPECT_EQ(binary.bytes(), expected);
+
+    Value ascii = call("RandomBytesStringKXT", {I(2000), B(true)});
+    EXPECT_EQ(ascii.encoding(), kREALTextEncodingASCII);
+    ASSERT_EQ(ascii.bytes().size(), 2000u);
+    for (char c : ascii.bytes()) {
+        ASSERT_GE(uint8_t(c), 32);
+        ASSERT_LE(uint8_t(c), 127);
+    }
+    EXPECT_TRUE(call("RandomBytesStringKXT", {I(0), B(true)}).isNil());
+    EXPECT_TRUE(call("RandomBytesStringKXT", {I(int64_t(1) << 50)}).isNil());
+}
+
+TEST_F(ByteMethods, ClearStringContentWipesInPlace) {
+    Value secret = S("password");
+    EXPECT_TRUE(call("ClearStringContentKXT", {secret}).asBoolean());
+    EXPECT_EQ(secret.bytes(), std::string(8, '\0'));
+    EXPECT_FALSE(call("ClearStringContentKXT", {Nil()}).asBoolean());
+    EXPECT_FALSE(call("ClearStringContentKXT", {S("")}).asBoolean());
 }
 
 }  // namespace

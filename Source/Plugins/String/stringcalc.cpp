@@ -155,6 +155,13 @@ Buffer allocateClear(int64_t size) {
 
 // The builder refuses anything longer; work that would be thrown away is skipped.
 constexpr int64_t kLongestString = 0x7FFFFFFF;
+// No machine this runs on maps a terabyte, and some allocators abort instead of failing on
+// such requests, so larger ones count as failed without being tried.
+constexpr int64_t kLargestAllocation = int64_t(1) << 40;
+
+Buffer allocateWithin(int64_t size) {
+    return size <= kLargestAllocation ? allocateClear(size) : Buffer();
+}
 
 template <typename Apply>
 REALstring maskHandler(REALstring a, REALstring b, Apply apply) {
@@ -231,7 +238,7 @@ REALstring CreateStringKXT(RBInteger length, REALstring content) {
         rbData pattern(content);
         const int64_t slack = std::max<int64_t>(pattern.size, 1) + 4;
         Buffer buffer;
-        if (length <= INT64_MAX - slack) buffer = allocateClear(length + slack);
+        if (length <= INT64_MAX - slack) buffer = allocateWithin(length + slack);
         if (!buffer) {
             RaiseException("OutOfMemoryException", "Failed to allocate memory.",
                            uint32_t(kREALTextEncodingASCII));
@@ -249,7 +256,7 @@ REALstring CreateStringKXT(RBInteger length, REALstring content) {
 REALstring RandomBytesStringKXT(RBInteger length, RBBoolean ascii) {
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         if (length < 1) return nullptr;
-        Buffer buffer = allocateClear(length);
+        Buffer buffer = allocateWithin(length);
         if (!buffer) return nullptr;
         if (length <= kLongestString) {
             kxt::fillRandomBytes(std::span(buffer.get(), size_t(length)), ascii);
