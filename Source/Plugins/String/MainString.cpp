@@ -6,10 +6,15 @@
 #include <cstdlib>
 #include <unistd.h>
 
+#include "Distance.h"
 #include "REALplugin.h"
+#include "ReplaceLineEndings.h"
 #include "URLencoding.h"
+#include "htmltags.h"
 #include "rbDebug.h"
 #include "rbclassutil.h"
+#include "rbstring.h"
+#include "sqlboolean.h"
 
 namespace {
 
@@ -19,10 +24,26 @@ constexpr uint32_t kGlobal = 4;
     { reinterpret_cast<REALproc>(handler), nullptr, declaration, kGlobal, 0, nullptr }
 
 REALmethodDefinition gStringMethods[] = {
+    KXT_METHOD(ReplaceLineEndingsKXT,
+               "ReplaceLineEndingsKXT(Text as String, NewLine as String, yield as boolean = false) "
+               "as String"),
+    KXT_METHOD(jaroWinklerDistanceKXT,
+               "JaroWinklerDistanceKXT(a as string, b as string) as double"),
+    KXT_METHOD(levenshteinDistanceKXT,
+               "LevenshteinDistanceKXT(a as string, b as string) as double"),
+    KXT_METHOD(ScientificStrKXT, "ScientificStrKXT(d as double, digits as integer) as string"),
+    KXT_METHOD(StrKXT, "StrKXT(d as double) as string"),
+    KXT_METHOD(RBUnicodeString, "UnicodeStringKXT(s as string) as string"),
+    KXT_METHOD(RBNativeString, "NativeStringKXT(s as string) as string"),
     KXT_METHOD(EncodingToURL1, "EncodingToURLKXT(s as string) as string"),
     KXT_METHOD(EncodingToURL2, "EncodingToURLKXT(s as string, options as integer) as string"),
     KXT_METHOD(DecodingToURL1, "DecodingFromURLKXT(s as string) as string"),
     KXT_METHOD(DecodingToURL2, "DecodingFromURLKXT(s as string, options as integer) as string"),
+    KXT_METHOD(RemoveHTMLTags, "RemoveHTMLTagsKXT(AsciiTextWithTags as string) as string"),
+    KXT_METHOD(
+        RemoveHTMLTagsWith,
+        "RemoveHTMLTagsWithKXT(AsciiTextWithTags as string, Replacement as string) as string"),
+    KXT_METHOD(SQLReplaceBooleanKXT, "SQLReplaceBooleanKXT(SQL as string) as string"),
 };
 
 REALmethodDefinition gStyledTextMethods[] = {
