@@ -6,9 +6,12 @@
 #include <random>
 #include <string>
 
+#include "KxtTest.h"
 #include "ReplaceLineEndings.h"
 #include "htmltags.h"
 #include "sqlboolean.h"
+
+using namespace kxt_test;
 
 namespace {
 
@@ -223,6 +226,98 @@ TEST(SQLReplaceBoolean, RewritesWholeTokensOutsideQuotes) {
     for (const auto& c : cases) {
         EXPECT_EQ(visible(kxt::sqlReplaceBoolean(c.sql)), visible(c.expected)) << visible(c.sql);
     }
+}
+
+// ---- Through the host --------------------------------------------------------------------------
+
+class CleanupMethods : public HostTest {};
+
+std::string utf16(std::u16string_view s) {
+    return std::string(reinterpret_cast<const char*>(s.data()), s.size() * 2);
+}
+
+TEST_F(CleanupMethods, LineEndingsKeepTheEncodingOfByteText) {
+    Value r = call("ReplaceLineEndingsKXT", {S("a\r\nb\nc\rd"), S("\n")});
+    EXPECT_EQ(r.bytes(), "a\nb\nc\nd");
+    EXPECT_EQ(r.encoding(), kREALTextEncodingUTF8);
+
+    // NewLine is converted into the text's encoding first: UTF-8 e-acute becomes one byte.
+    Value latin = call("ReplaceLineEndingsKXT",
+                       {S("\xE9\r\n\xE9", kREALTextEncodingISOLatin1), S("\xC3\xA9")});
+    EXPECT_EQ(latin.bytes(), "\xE9\xE9\xE9");
+    EXPECT_EQ(latin.encoding(), kREALTextEncodingISOLatin1);
+
+    Value raw = call("ReplaceLineEndingsKXT", {Raw("\x80\n\r\x81"), S("|")});
+    EXPECT_EQ(raw.bytes(), "\x80|\x81");
+    EXPECT_EQ(raw.encoding(), kREALTextEncodingUnknown);
+
+    // Pure ASCII bytes tagged with a single-byte encoding come back tagged ASCII.
+    Value ascii = call("ReplaceLineEndingsKXT", {S("a\rb", kREALTextEncodingISOLatin1), S(",")});
+    EXPECT_EQ(ascii.bytes(), "a,b");
+    EXPECT_EQ(ascii.encoding(), kREALTextEncodingASCII);
+}
+
+TEST_F(CleanupMethods, LineEndingsOfWideTextComeBackAsUTF8) {
+    Value r = call("ReplaceLineEndingsKXT",
+                   {S(utf16(u"\u00e9\r\n\U0001F600"), kREALTextEncodingUTF16), S("\n")});
+    EXPECT_EQ(r.bytes(), "\xC3\xA9\n\xF0\x9F\x98\x80");
+    EXPECT_EQ(r.encoding(), kREALTextEncodingUTF8);
+
+    Value newline16 =
+        call("ReplaceLineEndingsKXT", {S("a\nb"), S(utf16(u"\u2028"), kREALTextEncodingUTF16)});
+    EXPECT_EQ(newline16.bytes(),
+              "a\xE2\x80\xA8"
+              "b");
+    EXPECT_EQ(newline16.encoding(), kREALTextEncodingUTF8);
+}
+
+TEST_F(CleanupMethods, LineEndingsOfNilOrEmptyAreNil) {
+    EXPECT_TRUE(call("ReplaceLineEndingsKXT", {Nil(), S("\n")}).isNil());
+    EXPECT_TRUE(call("ReplaceLineEndingsKXT", {S(""), S("\n"), B(true)}).isNil());
+    EXPECT_TRUE(call("ReplaceLineEndingsKXT", {S("\r\n"), Nil()}).isNil());
+    EXPECT_EQ(callBytes("ReplaceLineEndingsKXT", {S("a\r\nb"), Nil()}), "ab");
+}
+
+TEST_F(CleanupMethods, YieldVariantGivesControlBackOncePer16MiB) {
+    // 32 MiB of short lines ending in LF: one-byte steps never pass a boundary unnoticed, so
+    // the host sees exactly two yields wherever the string sits in memory.
+    std::string text;
+    text.reserve(size_t(32) << 20);
+    while (text.size() < (size_t(32) << 20)) text += "line\n";
+    text.resize(size_t(32) << 20);
+    Value input = S(text);
+
+    Value quiet = call("ReplaceLineEndingsKXT", {input, S("\r\n")});
+    EXPECT_EQ(host().yieldCount(), 0);
+    Value yielding = call("ReplaceLineEndingsKXT", {input, S("\r\n"), B(true)});
+    EXPECT_EQ(host().yieldCount(), 2);
+    const std::string expected = kxt::replaceLineEndings(text, "\r\n");
+    EXPECT_TRUE(quiet.bytes() == expected);
+    EXPECT_TRUE(yielding.bytes() == expected);
+}
+
+TEST_F(CleanupMethods, TagRemovalReturnsUTF8UpToTheFirstZeroByte) {
+    Value r = call("RemoveHTMLTagsKXT", {S("<p>caf\xC3\xA9</p>")});
+    EXPECT_EQ(r.bytes(), "caf\xC3\xA9");
+    EXPECT_EQ(r.encoding(), kREALTextEncodingUTF8);
+    EXPECT_EQ(callBytes("RemoveHTMLTagsWithKXT", {S("a<br/>b"), S(" ")}), "a   b");
+    EXPECT_EQ(callBytes("RemoveHTMLTagsWithKXT", {S("a<br/>b"), Nil()}), "ab");
+    EXPECT_EQ(callBytes("RemoveHTMLTagsKXT", {S("a\0<b>c"s)}), "a");
+    // Any encoding is read as UTF-8.
+    EXPECT_EQ(callBytes("RemoveHTMLTagsKXT", {S(utf16(u"<i>\u00e9</i>"), kREALTextEncodingUTF16)}),
+              "\xC3\xA9");
+    EXPECT_TRUE(call("RemoveHTMLTagsKXT", {Nil()}).isNil());
+    EXPECT_TRUE(call("RemoveHTMLTagsKXT", {S("<b></b>")}).isNil());
+    EXPECT_TRUE(call("RemoveHTMLTagsWithKXT", {Nil(), S("x")}).isNil());
+}
+
+TEST_F(CleanupMethods, SQLBooleansThroughTheHost) {
+    Value r = call("SQLReplaceBooleanKXT", {S("UPDATE t SET a = TRUE, b = false WHERE c")});
+    EXPECT_EQ(r.bytes(), "UPDATE t SET a = 1, b = 0 WHERE c");
+    EXPECT_EQ(r.encoding(), kREALTextEncodingUTF8);
+    EXPECT_EQ(callBytes("SQLReplaceBooleanKXT", {S("x = TRUE \0 y"s)}), "x = 1 ");
+    EXPECT_TRUE(call("SQLReplaceBooleanKXT", {Nil()}).isNil());
+    EXPECT_TRUE(call("SQLReplaceBooleanKXT", {S("")}).isNil());
 }
 
 }  // namespace

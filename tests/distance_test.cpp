@@ -10,6 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "KxtTest.h"
+
+using namespace kxt_test;
+
 namespace {
 
 std::vector<uint32_t> U(std::u32string_view s) {
@@ -190,6 +194,40 @@ TEST(Levenshtein, LongStringsEqualFullTable) {
         ASSERT_EQ(kxt::osaDistance(a, b), matrixDistance(a, b))
             << "round " << round << "\na = " << show(a) << "\nb = " << show(b);
     }
+}
+
+class DistanceMethods : public HostTest {};
+
+std::string utf16(std::u16string_view s) {
+    return std::string(reinterpret_cast<const char*>(s.data()), s.size() * 2);
+}
+
+TEST_F(DistanceMethods, JaroWinklerThroughTheHost) {
+    EXPECT_NEAR(call("JaroWinklerDistanceKXT", {S("MARTHA"), S("MARHTA")}).asDouble(),
+                1.0 - 0.961111111111111, 1e-12);
+    EXPECT_EQ(call("JaroWinklerDistanceKXT", {Nil(), S("")}).asDouble(), 0.0);
+    EXPECT_EQ(call("JaroWinklerDistanceKXT", {S(""), S("x")}).asDouble(), 1.0);
+    EXPECT_EQ(call("JaroWinklerDistanceKXT", {S("x"), Nil()}).asDouble(), 1.0);
+    // Code points, whatever the encoding: UTF-8 and UTF-16 of the same text are equal.
+    EXPECT_EQ(
+        call("JaroWinklerDistanceKXT",
+             {S("\xC3\xA9\xF0\x9F\x98\x80"), S(utf16(u"\u00e9\U0001F600"), kREALTextEncodingUTF16)})
+            .asDouble(),
+        0.0);
+}
+
+TEST_F(DistanceMethods, LevenshteinThroughTheHost) {
+    EXPECT_EQ(call("LevenshteinDistanceKXT", {S("saturday"), S("sunday")}).asDouble(), 0.5);
+    EXPECT_EQ(call("LevenshteinDistanceKXT", {S("ab"), S("ba")}).asDouble(), 0.5);
+    EXPECT_EQ(call("LevenshteinDistanceKXT", {S("a"), S("abcd")}).asDouble(), 3.0);
+    EXPECT_EQ(call("LevenshteinDistanceKXT", {S("same"), S("same")}).asDouble(), 0.0);
+    EXPECT_EQ(call("LevenshteinDistanceKXT", {Nil(), Nil()}).asDouble(), 1.0);
+    EXPECT_EQ(call("LevenshteinDistanceKXT", {S("abc"), S("")}).asDouble(), 1.0);
+    // One code point above U+FFFF against its UTF-16 form: no difference.
+    EXPECT_EQ(call("LevenshteinDistanceKXT",
+                   {S("x\xF0\x9F\x98\x80"), S(utf16(u"x\U0001F600"), kREALTextEncodingUTF16)})
+                  .asDouble(),
+              0.0);
 }
 
 }  // namespace

@@ -5,7 +5,10 @@
 #include <limits>
 #include <string>
 
+#include "KxtTest.h"
 #include "rbstring.h"
+
+using namespace kxt_test;
 
 namespace {
 
@@ -80,6 +83,36 @@ TEST(ScientificStrKXT, HugeDigitCountsAreCutAt498Characters) {
     ASSERT_EQ(text.size(), 498u);
     EXPECT_EQ(text.substr(0, 20), "3.333333333333333148");
     EXPECT_EQ(text, kxt::formatScientific(1.0 / 3.0, 5000).substr(0, 498));
+}
+
+class NumberMethods : public HostTest {};
+
+TEST_F(NumberMethods, NumbersComeBackAsASCII) {
+    Value r = call("StrKXT", {D(1.55)});
+    EXPECT_EQ(r.bytes(), "1.550");
+    EXPECT_EQ(r.encoding(), kREALTextEncodingASCII);
+    EXPECT_EQ(callBytes("StrKXT", {D(2.0 / 3.0)}), "0.6");
+    Value e = call("ScientificStrKXT", {D(1234.5), I(3)});
+    EXPECT_EQ(e.bytes(), "1.234e+03");
+    EXPECT_EQ(e.encoding(), kREALTextEncodingASCII);
+    EXPECT_EQ(callBytes("ScientificStrKXT", {D(5), I(-7)}), "5e+00");
+}
+
+std::string utf16(std::u16string_view s) {
+    return std::string(reinterpret_cast<const char*>(s.data()), s.size() * 2);
+}
+
+TEST_F(NumberMethods, ConversionsGoThroughTheHost) {
+    Value wide = call("UnicodeStringKXT", {S("\xC3\xA9")});
+    EXPECT_EQ(wide.encoding(), kREALTextEncodingUTF16);
+    EXPECT_EQ(wide.bytes(), utf16(u"\u00e9"));
+    Value native = call("NativeStringKXT", {S(utf16(u"\u00e9\U0001F600"), kREALTextEncodingUTF16)});
+    EXPECT_EQ(native.encoding(), kREALTextEncodingUTF8);
+    EXPECT_EQ(native.bytes(), "\xC3\xA9\xF0\x9F\x98\x80");
+    Value latin = call("NativeStringKXT", {S("\xE9", kREALTextEncodingISOLatin1)});
+    EXPECT_EQ(latin.bytes(), "\xC3\xA9");
+    EXPECT_TRUE(call("UnicodeStringKXT", {Nil()}).isNil());
+    EXPECT_TRUE(call("NativeStringKXT", {Nil()}).isNil());
 }
 
 }  // namespace
