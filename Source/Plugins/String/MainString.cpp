@@ -23,6 +23,15 @@
 #include "xmlencoding.h"
 #include "rbstring.h"
 #include "stringcalc.h"
+#include "Distance.h"
+#include "REALplugin.h"
+#include "ReplaceLineEndings.h"
+#include "URLencoding.h"
+#include "htmltags.h"
+#include "rbDebug.h"
+#include "rbclassutil.h"
+#include "rbstring.h"
+#include "sqlboolean.h"
 
 namespace {
 
@@ -74,6 +83,17 @@ REALmethodDefinition gStringMethods[] = {
     KXT_METHOD(StringXOR2,
                "StringXOR2KXT(data as string, XorMask as string, MaskOffset as integer = 0) as "
                "string"),
+    KXT_METHOD(ReplaceLineEndingsKXT,
+               "ReplaceLineEndingsKXT(Text as String, NewLine as String, yield as boolean = false) "
+               "as String"),
+    KXT_METHOD(jaroWinklerDistanceKXT,
+               "JaroWinklerDistanceKXT(a as string, b as string) as double"),
+    KXT_METHOD(levenshteinDistanceKXT,
+               "LevenshteinDistanceKXT(a as string, b as string) as double"),
+    KXT_METHOD(ScientificStrKXT, "ScientificStrKXT(d as double, digits as integer) as string"),
+    KXT_METHOD(StrKXT, "StrKXT(d as double) as string"),
+    KXT_METHOD(RBUnicodeString, "UnicodeStringKXT(s as string) as string"),
+    KXT_METHOD(RBNativeString, "NativeStringKXT(s as string) as string"),
     KXT_METHOD(EncodingToURL1, "EncodingToURLKXT(s as string) as string"),
     KXT_METHOD(EncodingToURL2, "EncodingToURLKXT(s as string, options as integer) as string"),
     KXT_METHOD(DecodingToURL1, "DecodingFromURLKXT(s as string) as string"),
@@ -136,6 +156,11 @@ REALmethodDefinition gStringMethods[] = {
                "InStrByteRangeKXT(target as string, find as string, StartValue as integer, "
                "EndValue as integer, StartValue2 as integer, EndValue2 as integer, StartValue3 "
                "as integer, EndValue3 as integer) as integer"),
+    KXT_METHOD(RemoveHTMLTags, "RemoveHTMLTagsKXT(AsciiTextWithTags as string) as string"),
+    KXT_METHOD(
+        RemoveHTMLTagsWith,
+        "RemoveHTMLTagsWithKXT(AsciiTextWithTags as string, Replacement as string) as string"),
+    KXT_METHOD(SQLReplaceBooleanKXT, "SQLReplaceBooleanKXT(SQL as string) as string"),
 };
 
 REALmethodDefinition gStyledTextMethods[] = {
