@@ -8,7 +8,7 @@
 #include "XojoPluginABI.h"
 
 class rbData {
-public:
+  public:
     rbData() = default;
     explicit rbData(REALstring s);
     // length 0 means the whole block (offset is then expected to be 0); otherwise trusted.

@@ -10,7 +10,7 @@
 #include "XojoPluginABI.h"
 
 class rbText {
-public:
+  public:
     enum Kind : int { kUndecided = 0, kPureASCII = 1, kEightBit = 2, kUnicode = 3 };
 
     rbText() { reset(); }
@@ -46,23 +46,19 @@ public:
     Kind kind() const { return kind_; }
     bool failed() const { return failed_; }
 
-private:
-    struct HostData {
-        REALstringData record{};
-        bool owned = false;
-    };
+  private:
     void reset();
     void release() noexcept;
     void checkASCII();
-    bool fromHost(uint32_t encoding, HostData& slot, const void*& ptr, int64_t& length,
-                  int unitSize);
-    void makeASCII();
-    void makeUTF8();
+    // Copies the string converted by the host into an owned, zero-terminated buffer.
+    bool fromHost(uint32_t encoding, int unitSize, void*& owned, int64_t& units);
+    void makeNarrow(bool utf8);
     void makeUTF16();
     void makeUTF32();
+    bool decodesOwnUTF8() const;
     void decodeUTF8(bool toUTF32);
-    void repairWide(int unitSize, const void*& ptr, int64_t& length, void*& owned);
-    void repairNarrow(const char*& ptr, int64_t& length, void*& owned);
+    template <typename Unit>
+    void repairWide(const Unit*& ptr, int64_t& length, void*& owned);
 
     uint32_t startGuard_;
     REALstring string_;
@@ -78,6 +74,5 @@ private:
     void* ownedUTF8_;
     void* ownedUTF16_;
     void* ownedUTF32_;
-    HostData hostASCII_, hostUTF8_, hostUTF16_, hostUTF32_;
     uint32_t endGuard_;
 };

@@ -22,7 +22,7 @@ bool IsASCII(const void* data, int64_t length);
 // Releases the handle held in *object / *string at scope end (and clears the variable), so an
 // early return or an exception does not leak a result that was already built.
 class rbFreeLater {
-public:
+  public:
     explicit rbFreeLater(REALobject* object = nullptr, REALstring* string = nullptr)
         : object_(object), string_(string) {}
     explicit rbFreeLater(REALstring* string) : string_(string) {}
@@ -30,7 +30,7 @@ public:
     rbFreeLater(const rbFreeLater&) = delete;
     rbFreeLater& operator=(const rbFreeLater&) = delete;
 
-private:
+  private:
     REALobject* object_ = nullptr;
     REALstring* string_ = nullptr;
 };

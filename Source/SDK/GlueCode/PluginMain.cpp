@@ -30,7 +30,10 @@ R callHost(HostFunction<R (*)(Args...)>& fn, Args... args) {
     if constexpr (!std::is_void_v<R>) return R{};
 }
 
-#define KXT_HOST(var, hostName, R, ...) HostFunction<R (*)(__VA_ARGS__)> var{hostName}
+#define KXT_HOST(var, hostName, R, ...)    \
+    HostFunction<R (*)(__VA_ARGS__)> var { \
+        hostName                           \
+    }
 
 KXT_HOST(hGetStringData, "PluginGetStringData", RBBoolean, REALstring, uint32_t, REALstringData*);
 KXT_HOST(hDisposeStringData, "PluginDisposeStringData", void, REALstringData*);
@@ -83,7 +86,9 @@ uint32_t gPluginInterfaceVersion = 9;
 RBBoolean REALGetStringData(REALstring s, uint32_t encoding, REALstringData* out) {
     return callHost(hGetStringData, s, encoding, out);
 }
-void REALDisposeStringData(REALstringData* data) { callHost(hDisposeStringData, data); }
+void REALDisposeStringData(REALstringData* data) {
+    callHost(hDisposeStringData, data);
+}
 
 REALobject REALCallFunctionWithExceptionHandler(void (*f)(void*), void* arg) {
     if (auto guarded = hCallWithHandler.get()) return guarded(f, arg);
@@ -92,23 +97,45 @@ REALobject REALCallFunctionWithExceptionHandler(void (*f)(void*), void* arg) {
     return nullptr;
 }
 
-int32_t REALCompareStrings(REALstring a, REALstring b) { return callHost(hCompareStrings, a, b); }
-RBBoolean REALinRuntime() { return callHost(hInRuntime); }
+int32_t REALCompareStrings(REALstring a, REALstring b) {
+    return callHost(hCompareStrings, a, b);
+}
+RBBoolean REALinRuntime() {
+    return callHost(hInRuntime);
+}
 REALstring REALBuildString(const char* data, int32_t length) {
     return callHost(hBuildString, data, length);
 }
 REALstring REALBuildStringWithEncoding(const char* data, int32_t length, uint32_t encoding) {
     return callHost(hBuildStringWithEncoding, data, length, encoding);
 }
-void REALLockObject(REALobject obj) { callHost(hLockObject, obj); }
-void REALUnlockObject(REALobject obj) { callHost(hUnlockObject, obj); }
-void REALLockString(REALstring s) { callHost(hLockString, s); }
-void REALUnlockString(REALstring s) { callHost(hUnlockString, s); }
-void REALRaiseException(REALobject exception) { callHost(hRaiseException, exception); }
-RBInteger REALGetArrayUBound(REALarray array) { return callHost(hUBound, array); }
-void REALYieldToRB() { callHost(hYield); }
-void REALRegisterModule(REALmoduleDefinition* module) { callHost(hRegisterModule, module); }
-void REALRegisterMethod(REALmethodDefinition* method) { callHost(hRegisterMethod, method); }
+void REALLockObject(REALobject obj) {
+    callHost(hLockObject, obj);
+}
+void REALUnlockObject(REALobject obj) {
+    callHost(hUnlockObject, obj);
+}
+void REALLockString(REALstring s) {
+    callHost(hLockString, s);
+}
+void REALUnlockString(REALstring s) {
+    callHost(hUnlockString, s);
+}
+void REALRaiseException(REALobject exception) {
+    callHost(hRaiseException, exception);
+}
+RBInteger REALGetArrayUBound(REALarray array) {
+    return callHost(hUBound, array);
+}
+void REALYieldToRB() {
+    callHost(hYield);
+}
+void REALRegisterModule(REALmoduleDefinition* module) {
+    callHost(hRegisterModule, module);
+}
+void REALRegisterMethod(REALmethodDefinition* method) {
+    callHost(hRegisterMethod, method);
+}
 void REALRegisterClassExtension(REALclassDefinition* cls) {
     callHost(hRegisterClassExtension, cls);
 }
@@ -162,16 +189,24 @@ REALarray REALCreateArray(int32_t elementType, RBInteger upperBound) {
 void REALInsertArrayValueString(REALarray array, RBInteger index, REALstring value) {
     callHost(hInsertArrayString, array, index, value);
 }
-uint32_t REALGetStringEncoding(REALstring s) { return callHost(hGetStringEncoding, s); }
+uint32_t REALGetStringEncoding(REALstring s) {
+    return callHost(hGetStringEncoding, s);
+}
 void REALSetStringEncoding(REALstring s, uint32_t encoding) {
     callHost(hSetStringEncoding, s, encoding);
 }
 REALstring REALConvertString(REALstring s, uint32_t encoding) {
     return callHost(hConvertString, s, encoding);
 }
-REALobject REALnewInstance(const char* className) { return callHost(hNewInstance, className); }
-void* REALMemoryBlockGetPtr(REALmemoryBlock mb) { return callHost(hMemoryBlockGetPtr, mb); }
-RBInteger REALMemoryBlockGetSize(REALmemoryBlock mb) { return callHost(hMemoryBlockGetSize, mb); }
+REALobject REALnewInstance(const char* className) {
+    return callHost(hNewInstance, className);
+}
+void* REALMemoryBlockGetPtr(REALmemoryBlock mb) {
+    return callHost(hMemoryBlockGetPtr, mb);
+}
+RBInteger REALMemoryBlockGetSize(REALmemoryBlock mb) {
+    return callHost(hMemoryBlockGetSize, mb);
+}
 
 namespace {
 
@@ -185,7 +220,7 @@ uint32_t interfaceVersionFor(double hostVersion) {
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) void REALPluginMain(REALResolver resolver) {
+void BindHost(REALResolver resolver) {
     gResolver = resolver;
     if (resolver != nullptr) {
         if (auto getVersion = reinterpret_cast<double (*)()>(resolver("REALGetRBVersion"))) {
@@ -193,6 +228,10 @@ extern "C" __attribute__((visibility("default"))) void REALPluginMain(REALResolv
         }
     }
     gPluginInterfaceVersion = interfaceVersionFor(gHostVersion);
+}
+
+extern "C" __attribute__((visibility("default"))) void REALPluginMain(REALResolver resolver) {
+    BindHost(resolver);
     if (resolver == nullptr) return;
     // Every host that loads plugins offers this; it is deliberately not checked.
     auto announce = reinterpret_cast<void (*)(uint32_t)>(resolver("RegisterPluginVersion"));
@@ -213,3 +252,11 @@ libEntry() {
 // Makes the shared object executable: the loader to run it with.
 extern "C" const char kxtInterpreter[] __attribute__((section(".interp"), used)) =
     "/lib64/ld-linux-x86-64.so.2";
+
+const char* gPartName = "";
+
+void PluginStart(const char* partName) {
+    static const char kBuildInfo[] __attribute__((used)) = "$$ Plugin version: 24.5 (2024) $$";
+    (void)kBuildInfo;
+    gPartName = partName;
+}

@@ -55,5 +55,9 @@ void PluginEntry();
 void libEntry();
 }
 
+// Stores the resolver and derives the host and interface versions (the first half of
+// REALPluginMain, without registering anything).
+void BindHost(REALResolver resolver);
+
 // Start-up steps provided by the plugin's main source.
 void PluginStart(const char* partName);

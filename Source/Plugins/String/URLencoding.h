@@ -1,0 +1,23 @@
+// Percent-encoding of raw bytes (EncodingToURLKXT, DecodingFromURLKXT).
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "XojoPluginABI.h"
+
+namespace kxt {
+
+// options & 3: 0 and 3 space -> "%20", plus kept; 1 space -> "+", plus -> "%2B"; 2 both encoded.
+std::string encodeURL(std::string_view bytes, RBInteger options);
+// "%hh" decodes with non-digits read as 0 (missing digits at the end too); "+" becomes a space
+// when options & 1.
+std::string decodeURL(std::string_view bytes, RBInteger options);
+int hex2int(unsigned char c);
+
+}  // namespace kxt
+
+REALstring EncodingToURL1(REALstring s);
+REALstring EncodingToURL2(REALstring s, RBInteger options);
+REALstring DecodingToURL1(REALstring s);
+REALstring DecodingToURL2(REALstring s, RBInteger options);

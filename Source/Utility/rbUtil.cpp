@@ -1,0 +1,156 @@
+#include "rbUtil.h"
+
+#include <cstring>
+#include <exception>
+
+#include "MyMemory.h"
+#include "REALplugin.h"
+#include "rbDebug.h"
+#include "rbException.h"
+
+bool IsASCII(const void* data, int64_t length) {
+    auto* bytes = static_cast<const uint8_t*>(data);
+    uint8_t any = 0;
+    for (int64_t i = 0; i < length; ++i) any |= bytes[i];
+    return (any & 0x80) == 0;
+}
+
+namespace {
+
+REALstring buildTagged(const void* data, int64_t length, uint32_t encoding) {
+    if (gHostVersion >= 2012.0) {
+        return REALBuildStringWithEncoding(static_cast<const char*>(data),
+                                           static_cast<int32_t>(length), encoding);
+    }
+    REALstring s = REALBuildString(static_cast<const char*>(data), static_cast<int32_t>(length));
+    if (s != nullptr) REALSetStringEncoding(s, encoding);
+    return s;
+}
+
+// Builds in `encoding`, then converts to UTF-8, giving back the intermediate.
+REALstring buildConverted(const void* data, int64_t length, uint32_t encoding) {
+    REALstring wide = REALBuildStringWithEncoding(static_cast<const char*>(data),
+                                                  static_cast<int32_t>(length), encoding);
+    if (wide == nullptr) return nullptr;
+    REALstring utf8 = REALConvertString(wide, kREALTextEncodingUTF8);
+    REALUnlockString(wide);
+    return utf8;
+}
+
+constexpr int64_t kMaxHostLength = 0x7FFFFFFF;
+
+}  // namespace
+
+REALstring REALBuildUnicodeStringUTF16(const void* data, int64_t byteLength) {
+    if (data == nullptr || byteLength < 1) return nullptr;
+    if (gHostVersion >= 2012.0) return buildConverted(data, byteLength, kREALTextEncodingUTF16);
+    REALstring s =
+        REALBuildString(static_cast<const char*>(data), static_cast<int32_t>(byteLength));
+    if (s == nullptr) {
+        if (gDebugging) LogMessage("Out of memory in REALBuildUnicodeStringUTF16.");
+        return nullptr;
+    }
+    REALSetStringEncoding(s, kREALTextEncodingUTF16);
+    return s;
+}
+
+REALstring REALBuildUnicodeStringUTF32(const void* data, int64_t byteLength) {
+    if (data == nullptr || byteLength < 1) return nullptr;
+    if (gHostVersion >= 2013.0) return buildConverted(data, byteLength, kREALTextEncodingUTF32);
+
+    // Older hosts cannot build UTF-32: go through UTF-16.
+    const int64_t count = byteLength / 4;
+    auto* points = static_cast<const uint32_t*>(data);
+    uint16_t stackBuffer[400];
+    uint16_t* units = stackBuffer;
+    void* heap = nullptr;
+    if (byteLength >= 800) {
+        heap = AllocateClearMemory((count * 2 + 1) * int64_t(sizeof(uint16_t)));
+        if (heap == nullptr) {
+            if (gDebugging) LogMessage("Out of memory in REALBuildUnicodeStringUTF32.");
+            return nullptr;
+        }
+        units = static_cast<uint16_t*>(heap);
+    }
+    int64_t n = 0;
+    for (int64_t i = 0; i < count; ++i) {
+        uint32_t c = points[i];
+        if (c >= 0xD800 && c <= 0xDFFF) continue;  // lone surrogates are dropped
+        if (c < 0x10000) {
+            units[n++] = static_cast<uint16_t>(c);
+        } else if (c <= 0x10FFFF) {
+            c -= 0x10000;
+            units[n++] = static_cast<uint16_t>(0xD800 + (c >> 10));
+            units[n++] = static_cast<uint16_t>(0xDC00 + (c & 0x3FF));
+        } else {
+            units[n++] = 0xFFFD;
+        }
+    }
+    units[n] = 0;
+    // A zero unit ends the text.
+    int64_t length = 0;
+    while (length < n && units[length] != 0) ++length;
+    REALstring result = REALBuildUnicodeStringUTF16(units, length * 2);
+    FreeMemoryNow(heap);
+    return result;
+}
+
+REALstring REALBuildUnicodeString(const void* data, int64_t length, uint32_t encoding) {
+    if (data == nullptr || length < 1) return nullptr;
+    if (length > kMaxHostLength) {
+        if (gDebugging) LogMessage("Count too big for REALBuildUnicodeString.");
+        return nullptr;
+    }
+    try {
+        switch (encoding) {
+            case kREALTextEncodingUTF16:
+                return REALBuildUnicodeStringUTF16(data, length);
+            case kREALTextEncodingUTF32:
+                return REALBuildUnicodeStringUTF32(data, length);
+            case kREALTextEncodingASCII:
+            case kREALTextEncodingUTF8:
+                break;
+            case kREALTextEncodingMacRoman:
+            case kREALTextEncodingISOLatin1:
+            case kREALTextEncodingWindowsLatin1:
+            case kREALTextEncodingUnknown:
+                if (IsASCII(data, length)) encoding = kREALTextEncodingASCII;
+                break;
+            default:
+                if (gDebugging) LogMessage("Unknown encoding in REALBuildUnicodeString", encoding);
+                break;
+        }
+        return buildTagged(data, length, encoding);
+    } catch (const std::exception& e) {
+        RaiseRuntimeException(e);
+    } catch (...) {
+        RaiseUnnamedException();
+    }
+    return nullptr;
+}
+
+REALstring CString2RB(const char* text, uint32_t encoding) {
+    if (gDebugging) {
+        if (encoding == kREALTextEncodingUTF16) {
+            LogMessage("Error: kREALTextEncodingUTF16 not useful for CString2RB!");
+        } else if (encoding == kREALTextEncodingUTF32) {
+            LogMessage("Error: kREALTextEncodingUTF32 not useful for CString2RB!");
+        } else if (encoding == kREALTextEncodingASCII && text != nullptr &&
+                   !IsASCII(text, int64_t(strlen(text)))) {
+            LogMessage("Error: text is not ascii", text);
+        }
+    }
+    if (text == nullptr) return nullptr;
+    return REALBuildUnicodeString(text, int64_t(strlen(text)), encoding);
+}
+
+rbFreeLater::~rbFreeLater() {
+    if (object_ != nullptr && *object_ != nullptr) {
+        REALUnlockObject(*object_);
+        *object_ = nullptr;
+    }
+    if (string_ != nullptr && *string_ != nullptr) {
+        REALUnlockString(*string_);
+        *string_ = nullptr;
+    }
+}

@@ -1,0 +1,144 @@
+// Percent-encoding: the plain functions and the registered methods through the host.
+#include <random>
+
+#include "KxtTest.h"
+#include "URLencoding.h"
+
+using namespace kxt_test;
+
+namespace {
+
+struct EncodeCase {
+    std::string input;
+    int options;
+    std::string expected;
+};
+
+TEST(URLEncode, ModesChooseHowSpaceAndPlusAreWritten) {
+    const EncodeCase cases[] = {
+        {"a b+c", 0, "a%20b+c"},   {"a b+c", 1, "a+b%2Bc"},   {"a b+c", 2, "a%20b%2Bc"},
+        {"a b+c", 3, "a%20b+c"},   {"a b+c", 4, "a%20b+c"},   {"a b+c", 5, "a+b%2Bc"},
+        {"a b+c", -1, "a%20b+c"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(kxt::encodeURL(c.input, c.options), c.expected) << c.input << " / " << c.options;
+    }
+}
+
+TEST(URLEncode, KeepsExactlyTheUnreservedSet) {
+    const EncodeCase cases[] = {
+        {"\xC3\xA9", 0, "%C3%A9"},
+        {"~", 0, "~"},
+        {"'", 0, "%27"},
+        {"/", 0, "%2F"},
+        {"!*@-._", 0, "!*@-._"},
+        {"()$&,:;=?", 0, "%28%29%24%26%2C%3A%3B%3D%3F"},
+        {std::string("\0\n\"\x7F", 4), 0, "%00%0A%22%7F"},
+        {"AZaz09", 0, "AZaz09"},
+        {"\xFF\x80", 0, "%FF%80"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(kxt::encodeURL(c.input, c.options), c.expected);
+}
+
+TEST(URLEncode, EveryByteFollowsTheTable) {
+    // A reference written from the rule, independent of the table.
+    for (int b = 0; b < 256; ++b) {
+        std::string in(1, char(b));
+        bool literal = isalnum(b) && b < 128;
+        literal = literal || std::string_view("!*+-.@_~").find(char(b)) != std::string_view::npos;
+        char hex[4];
+        snprintf(hex, sizeof hex, "%%%02X", b);
+        EXPECT_EQ(kxt::encodeURL(in, 0), literal ? in : std::string(hex)) << b;
+    }
+}
+
+struct DecodeCase {
+    std::string input;
+    int options;
+    std::string expected;
+};
+
+TEST(URLDecode, ReadsEscapesWithoutValidation) {
+    const DecodeCase cases[] = {
+        {"a+b", 0, "a+b"},
+        {"a+b", 1, "a b"},
+        {"a+b", 2, "a+b"},
+        {"a+b", 3, "a b"},
+        {"%41%4a%4A", 0, "AJJ"},
+        {"%G1", 0, std::string(1, '\x01')},
+        {"%zz", 0, std::string(1, '\0')},
+        {"%4z", 0, "@"},
+        {"%C3%A9", 0, "\xC3\xA9"},
+        // Missing digits at the end read as 0 and nothing past the input is touched.
+        {"%", 0, std::string(1, '\0')},
+        {"a%4", 0, std::string("a@")},
+        {"ab%", 0, std::string("ab") + '\0'},
+        {"%%41", 0, std::string(1, '\x04') + "1"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(kxt::decodeURL(c.input, c.options), c.expected) << c.input << " / " << c.options;
+    }
+}
+
+TEST(URLRoundTrip, DecodingUndoesEncodingForEveryMode) {
+    std::mt19937 rng(20241111);
+    for (int round = 0; round < 2000; ++round) {
+        std::string in(rng() % 64, '\0');
+        for (char& ch : in) ch = char(rng());
+        for (int mode : {0, 1, 2}) {
+            // Mode 0 keeps "+" literal, which its decoder (options 0) leaves alone too.
+            ASSERT_EQ(kxt::decodeURL(kxt::encodeURL(in, mode), mode), in) << "mode " << mode;
+        }
+    }
+}
+
+TEST(URLDecode, TrailingPercentNeverReadsPastTheInput) {
+    // The view ends before the bytes that follow in memory.
+    const std::string backing = "%4" "1111";
+    EXPECT_EQ(kxt::decodeURL(std::string_view(backing.data(), 2), 0), "@");
+    EXPECT_EQ(kxt::decodeURL(std::string_view(backing.data(), 1), 0), std::string(1, '\0'));
+}
+
+class URLMethods : public HostTest {};
+
+TEST_F(URLMethods, EncodeThroughTheHostIsTaggedASCII) {
+    Value r = call("EncodingToURLKXT", {S("a b+c"), I(1)});
+    EXPECT_EQ(r.bytes(), "a+b%2Bc");
+    EXPECT_EQ(r.encoding(), kREALTextEncodingASCII);
+    EXPECT_EQ(callBytes("EncodingToURLKXT", {S("a b+c")}), "a%20b+c");
+    EXPECT_EQ(callBytes("EncodingToURLKXT", {S("\xC3\xA9", kREALTextEncodingUTF8)}), "%C3%A9");
+}
+
+TEST_F(URLMethods, EncodeWorksOnTheRawBytesOfAnyEncoding) {
+    // Latin-1 "é" is one byte: no text conversion happens.
+    EXPECT_EQ(callBytes("EncodingToURLKXT", {S("\xE9", kREALTextEncodingISOLatin1)}), "%E9");
+    std::string utf16("\x41\x00", 2);
+    EXPECT_EQ(callBytes("EncodingToURLKXT", {S(utf16, kREALTextEncodingUTF16)}), "A%00");
+}
+
+TEST_F(URLMethods, DecodeHasNoDeclaredEncodingUnlessASCII) {
+    Value r = call("DecodingFromURLKXT", {S("%C3%A9")});
+    EXPECT_EQ(r.bytes(), "\xC3\xA9");
+    EXPECT_EQ(r.encoding(), kREALTextEncodingUnknown);
+    Value ascii = call("DecodingFromURLKXT", {S("a+b"), I(1)});
+    EXPECT_EQ(ascii.bytes(), "a b");
+    EXPECT_EQ(ascii.encoding(), kREALTextEncodingASCII);
+}
+
+TEST_F(URLMethods, NilAndEmptyGiveNil) {
+    for (const char* name : {"EncodingToURLKXT", "DecodingFromURLKXT"}) {
+        EXPECT_TRUE(call(name, {Nil()}).isNil()) << name;
+        EXPECT_TRUE(call(name, {S("")}).isNil()) << name;
+        EXPECT_TRUE(call(name, {Nil(), I(1)}).isNil()) << name;
+    }
+}
+
+TEST_F(URLMethods, LargeInputStaysLinear) {
+    std::string big(8 << 20, ' ');
+    Value r = call("EncodingToURLKXT", {S(big), I(1)});
+    EXPECT_EQ(r.bytes().size(), big.size());
+    Value back = call("DecodingFromURLKXT", {r, I(1)});
+    EXPECT_EQ(back.bytes(), big);
+}
+
+}  // namespace
