@@ -114,7 +114,9 @@ bool gLenLookedUp = false;
 
 }  // namespace
 
-int64_t GetSize(REALobject styleRun) { return GetInteger(styleRun, "Size"); }
+int64_t GetSize(REALobject styleRun) {
+    return GetInteger(styleRun, "Size");
+}
 
 REALstring GetText(REALobject styleRun) {
     REALstring value = nullptr;
@@ -122,13 +124,21 @@ REALstring GetText(REALobject styleRun) {
     return value;
 }
 
-int64_t GetStartPos(REALobject paragraph) { return GetInteger(paragraph, "StartPos"); }
-int64_t GetEndPos(REALobject paragraph) { return GetInteger(paragraph, "EndPos"); }
-int64_t GetAlignment(REALobject paragraph) { return GetInteger(paragraph, "Alignment"); }
+int64_t GetStartPos(REALobject paragraph) {
+    return GetInteger(paragraph, "StartPos");
+}
+int64_t GetEndPos(REALobject paragraph) {
+    return GetInteger(paragraph, "EndPos");
+}
+int64_t GetAlignment(REALobject paragraph) {
+    return GetInteger(paragraph, "Alignment");
+}
 int64_t GetParagraphCount(REALobject styledText) {
     return GetInteger(styledText, "ParagraphCount");
 }
-int64_t GetStyleRunCount(REALobject styledText) { return GetInteger(styledText, "StyleRunCount"); }
+int64_t GetStyleRunCount(REALobject styledText) {
+    return GetInteger(styledText, "StyleRunCount");
+}
 
 REALobject GetStyleRun(REALobject styledText, int64_t index) {
     IndexedMethod f = gStyleRunMethod.lookup(styledText);
@@ -149,7 +159,9 @@ int64_t GetStringLength(REALstring s) {
     return gLen != nullptr ? gLen(s) : 0;
 }
 
-REALstring CleanupText(REALstring) { return nullptr; }
+REALstring CleanupText(REALstring) {
+    return nullptr;
+}
 
 REALstring GetFont(REALobject styleRun) {
     REALstring font = nullptr;
@@ -218,9 +230,9 @@ void GetXojoStyleRunsForText(REALobject styledText, std::vector<XojoStyleRun>& r
         int64_t alignment = GetAlignment(paragraph);
         // Middle positions grow with the run index, so the runs of a paragraph are found by
         // binary search and the pass stays linear in the number of runs.
-        auto first = std::lower_bound(
-            runs.begin() + ptrdiff_t(firstNew), runs.end(), start,
-            [](const XojoStyleRun& r, int64_t pos) { return r.middlePos < pos; });
+        auto first =
+            std::lower_bound(runs.begin() + ptrdiff_t(firstNew), runs.end(), start,
+                             [](const XojoStyleRun& r, int64_t pos) { return r.middlePos < pos; });
         for (auto it = first; it != runs.end() && it->middlePos <= end; ++it) {
             it->alignment = alignment;
         }

@@ -9,7 +9,7 @@
 
 // One style run as read from a StyledText. Owns one lock on each of its two strings.
 class XojoStyleRun {
-public:
+  public:
     XojoStyleRun() = default;
     XojoStyleRun(const XojoStyleRun& other);
     XojoStyleRun& operator=(const XojoStyleRun& other);

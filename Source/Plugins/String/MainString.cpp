@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include "REALplugin.h"
+#include "RTFRead.h"
+#include "RTFWrite.h"
 #include "URLencoding.h"
 #include "rbDebug.h"
 #include "rbclassutil.h"
@@ -26,8 +28,8 @@ REALmethodDefinition gStringMethods[] = {
 };
 
 REALmethodDefinition gStyledTextMethods[] = {
-    {nullptr, nullptr, "RTFDataKXT(SkipParagraphs as boolean = false) as string", 0x308, 0,
-     nullptr},
+    {reinterpret_cast<REALproc>(RTFRead), reinterpret_cast<REALproc>(RTFWrite),
+     "RTFDataKXT(SkipParagraphs as boolean = false) as string", 0x308, 0, nullptr},
 };
 
 REALclassDefinition gStyledTextExtension = [] {
@@ -35,7 +37,7 @@ REALclassDefinition gStyledTextExtension = [] {
     c.version = 15;
     c.name = "StyledText";
     c.methods = gStyledTextMethods;
-    c.methodCount = 0;  // the RTF property registers once its getter and setter exist
+    c.methodCount = 1;
     c.mFlags = 0x308;
     return c;
 }();

@@ -123,8 +123,8 @@ std::string GenerateRTF(std::span<const GeneratorRun> runs, const SameFont& same
             changed = true;
         }
         if (!run.fontIsNil) {
-            bool same = font != nullptr &&
-                        (sameFont ? sameFont(fontIndex, i) : font->font == run.font);
+            bool same =
+                font != nullptr && (sameFont ? sameFont(fontIndex, i) : font->font == run.font);
             if (!same) {
                 out += "\\f";
                 AppendNumber(out, fontNumbers[run.font]);

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "REALplugin.h"
 #include "rbCreateStyleRun.h"
 #include "rbData.h"
 #include "rbDebug.h"
@@ -12,8 +13,12 @@ namespace kxt::rtf {
 
 namespace {
 
-bool IsLowerLetter(char c) { return c >= 'a' && c <= 'z'; }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsLowerLetter(char c) {
+    return c >= 'a' && c <= 'z';
+}
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 int HexValue(char c) {
     if (c >= '0' && c <= '9') return c - '0';
@@ -23,7 +28,9 @@ int HexValue(char c) {
 }
 
 // Numbers wrap instead of overflowing: a huge parameter is a fixed, meaningless value.
-int64_t Wrapped(uint64_t v) { return static_cast<int64_t>(v); }
+int64_t Wrapped(uint64_t v) {
+    return static_cast<int64_t>(v);
+}
 
 // A parameter as a table key; numbers outside 32 bits name no entry.
 bool AsKey(int64_t parameter, int32_t& key) {
@@ -48,8 +55,8 @@ int64_t ForwardOverDelimiter(std::string_view text, int64_t pos) {
 int64_t ReadCommand(std::string_view text, int64_t pos, std::string& word, int64_t& parameter) {
     word.clear();
     parameter = -1;
-    if (ByteAt(text, pos - 2) == '{' && ByteAt(text, pos - 1) == '\\' &&
-        ByteAt(text, pos) == '*' && ByteAt(text, pos + 1) == '\\') {
+    if (ByteAt(text, pos - 2) == '{' && ByteAt(text, pos - 1) == '\\' && ByteAt(text, pos) == '*' &&
+        ByteAt(text, pos + 1) == '\\') {
         pos += 2;  // "{\*\word": read the word behind the ignorable-destination mark
     }
     int64_t start = pos;
@@ -169,13 +176,12 @@ uint32_t FindEncoding(int64_t codePage) {
         uint32_t encoding;
     };
     static constexpr CodePage kCodePages[] = {
-        {437, 0x400},   {850, 0x410},   {852, 0x412},   {860, 0x415},   {862, 0x417},
-        {863, 0x418},   {864, 0x419},   {865, 0x41A},   {866, 0x41B},   {874, 0x41D},
-        {932, 0x420},   {936, 0x421},   {949, 0x422},   {950, 0x423},   {1250, 0x501},
-        {1251, 0x502},  {1252, 0x500},  {1253, 0x503},  {1254, 0x504},  {1255, 0x505},
-        {1256, 0x506},  {1257, 0x507},  {1258, 0x508},  {1361, 0x510},  {10000, 0},
-        {10001, 1},     {10004, 4},     {10005, 5},     {10006, 6},     {10007, 7},
-        {10029, 29},    {10081, 35},
+        {437, 0x400},  {850, 0x410},  {852, 0x412},  {860, 0x415},  {862, 0x417},  {863, 0x418},
+        {864, 0x419},  {865, 0x41A},  {866, 0x41B},  {874, 0x41D},  {932, 0x420},  {936, 0x421},
+        {949, 0x422},  {950, 0x423},  {1250, 0x501}, {1251, 0x502}, {1252, 0x500}, {1253, 0x503},
+        {1254, 0x504}, {1255, 0x505}, {1256, 0x506}, {1257, 0x507}, {1258, 0x508}, {1361, 0x510},
+        {10000, 0},    {10001, 1},    {10004, 4},    {10005, 5},    {10006, 6},    {10007, 7},
+        {10029, 29},   {10081, 35},
     };
     for (const CodePage& entry : kCodePages) {
         if (entry.codePage == codePage) return entry.encoding;
@@ -198,7 +204,7 @@ struct GroupState {
 };
 
 class Parser {
-public:
+  public:
     Parser(std::string_view text, ParseSink& sink) : text_(text), sink_(sink) {
         buffer_.reserve(10000);
     }
@@ -239,7 +245,7 @@ public:
         flush(currentEncoding());
     }
 
-private:
+  private:
     uint32_t currentEncoding() const {
         return groups_.empty() ? kREALTextEncodingWindowsLatin1 : groups_.back().encoding;
     }
@@ -250,8 +256,8 @@ private:
         RunStyle style;
         if (g.font) style.font = *g.font;
         style.size = g.size;
-        style.color = (uint32_t(g.color.red) << 16) | (uint32_t(g.color.green) << 8) |
-                      uint32_t(g.color.blue);
+        style.color =
+            (uint32_t(g.color.red) << 16) | (uint32_t(g.color.green) << 8) | uint32_t(g.color.blue);
         style.bold = g.bold;
         style.italic = g.italic;
         style.underline = g.underline;
@@ -371,8 +377,7 @@ private:
             flush(g.encoding);
             int32_t key;
             auto it = AsKey(p, key) ? fonts_.find(key) : fonts_.end();
-            g.font = it != fonts_.end() ? std::make_shared<const std::string>(it->second)
-                                        : nullptr;
+            g.font = it != fonts_.end() ? std::make_shared<const std::string>(it->second) : nullptr;
         } else if (w == "par") {
             ensureRun();
             buffer_.push_back('\r');
@@ -420,7 +425,9 @@ void ParseRTF(std::string_view rtf, ParseSink& sink) {
     Parser(rtf, sink).run();
 }
 
-void RunCollector::startRun(const RunStyle& style) { current_ = std::make_unique<RunStyle>(style); }
+void RunCollector::startRun(const RunStyle& style) {
+    current_ = std::make_unique<RunStyle>(style);
+}
 
 void RunCollector::flush(uint32_t encoding, std::string& buffer, int64_t alignment) {
     if (buffer.empty()) {
@@ -485,7 +492,7 @@ namespace {
 
 // Builds the runs as host StyleRun objects appended to one StyledText.
 class StyledTextSink : public kxt::rtf::ParseSink {
-public:
+  public:
     explicit StyledTextSink(REALobject styledText) : styledText_(styledText) {}
     ~StyledTextSink() override {
         if (run_ != nullptr) REALUnlockObject(run_);
@@ -513,7 +520,7 @@ public:
         StyledTextAddStyleRun(unit, styledText_, run_, alignment);
     }
 
-private:
+  private:
     REALobject styledText_;
     REALobject run_ = nullptr;
 };

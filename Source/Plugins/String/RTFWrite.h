@@ -63,7 +63,7 @@ struct RunStyle {
 
 // Receives what the reader makes of the document, in order. The sink owns the current run.
 class ParseSink {
-public:
+  public:
     virtual ~ParseSink() = default;
     virtual bool hasRun() const = 0;
     // Makes a new current run with this style; may fail, leaving hasRun() false.
@@ -92,7 +92,7 @@ struct ParsedRun {
 // paragraph alignments a StyledText would end up with (paragraphs split after CR, LF or CR LF;
 // a trailing line end opens no new paragraph).
 class RunCollector : public ParseSink {
-public:
+  public:
     bool hasRun() const override { return current_ != nullptr; }
     void startRun(const RunStyle& style) override;
     void flush(uint32_t encoding, std::string& buffer, int64_t alignment) override;
@@ -101,7 +101,7 @@ public:
     std::vector<ParsedRun> runs;
     std::vector<int64_t> paragraphAlignments;  // by paragraph index; 0 where none was set
 
-private:
+  private:
     void append(uint32_t encoding, std::string bytes, int64_t alignment);
 
     std::unique_ptr<RunStyle> current_;
