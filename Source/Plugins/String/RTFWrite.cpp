@@ -203,6 +203,47 @@ struct GroupState {
     bool underline = false;
 };
 
+// The open groups, innermost last. A group shares its enclosing group's entry until it changes
+// something, so nesting plain braces costs no memory however deep it goes.
+class GroupStack {
+  public:
+    bool empty() const { return entries_.empty(); }
+    void push() {
+        if (entries_.empty()) {
+            entries_.push_back({GroupState{}, 1});
+        } else {
+            ++entries_.back().count;
+        }
+    }
+    void pop() {
+        if (!entries_.empty() && --entries_.back().count == 0) entries_.pop_back();
+    }
+    const GroupState& top() const { return entries_.back().state; }
+    // The group around the innermost one, or none.
+    const GroupState* enclosing() const {
+        if (entries_.empty()) return nullptr;
+        if (entries_.back().count > 1) return &entries_.back().state;
+        return entries_.size() >= 2 ? &entries_[entries_.size() - 2].state : nullptr;
+    }
+    // The innermost group's own state, split from the groups that share it.
+    GroupState& writableTop() {
+        Entry& e = entries_.back();
+        if (e.count > 1) {
+            --e.count;
+            Entry copy{e.state, 1};
+            entries_.push_back(std::move(copy));
+        }
+        return entries_.back().state;
+    }
+
+  private:
+    struct Entry {
+        GroupState state;
+        int64_t count;
+    };
+    std::vector<Entry> entries_;
+};
+
 class Parser {
   public:
     Parser(std::string_view text, ParseSink& sink) : text_(text), sink_(sink) {
@@ -216,14 +257,14 @@ class Parser {
             char c = text_[size_t(pos_)];
             switch (c) {
                 case '{':
-                    groups_.push_back(groups_.empty() ? GroupState{} : groups_.back());
+                    groups_.push();
                     groupOpened_ = true;
                     if (skip_ > 0) ++skip_;
                     break;
                 case '}':
-                    flush(groups_.size() >= 2 ? groups_[groups_.size() - 2].encoding
+                    flush(groups_.enclosing() ? groups_.enclosing()->encoding
                                               : kREALTextEncodingWindowsLatin1);
-                    if (!groups_.empty()) groups_.pop_back();
+                    groups_.pop();
                     if (skip_ > 0) --skip_;
                     groupOpened_ = false;
                     break;
@@ -247,12 +288,12 @@ class Parser {
 
   private:
     uint32_t currentEncoding() const {
-        return groups_.empty() ? kREALTextEncodingWindowsLatin1 : groups_.back().encoding;
+        return groups_.empty() ? kREALTextEncodingWindowsLatin1 : groups_.top().encoding;
     }
 
     RunStyle currentStyle() const {
         static const GroupState kNoGroup;
-        const GroupState& g = groups_.empty() ? kNoGroup : groups_.back();
+        const GroupState& g = groups_.empty() ? kNoGroup : groups_.top();
         RunStyle style;
         if (g.font) style.font = *g.font;
         style.size = g.size;
@@ -327,7 +368,8 @@ class Parser {
 
     void controlWord() {
         if (groups_.empty() || skip_ > 0) return;
-        GroupState& g = groups_.back();
+        const uint32_t encoding = groups_.top().encoding;
+        auto g = [this]() -> GroupState& { return groups_.writableTop(); };
         const std::string& w = word_;
         const int64_t p = parameter_;
         if (w == "bin") {
@@ -339,28 +381,28 @@ class Parser {
                    w == "pard" || w == "pardirnatural") {
             // "pard" is deliberately ignored: it resets neither alignment nor formatting.
         } else if (w == "ansicpg") {
-            flush(g.encoding);
-            g.encoding = FindEncoding(p);
+            flush(encoding);
+            g().encoding = FindEncoding(p);
         } else if (w == "ansi") {
-            flush(g.encoding);
-            g.encoding = kREALTextEncodingWindowsLatin1;
+            flush(encoding);
+            g().encoding = kREALTextEncodingWindowsLatin1;
         } else if (w == "mac") {
-            flush(g.encoding);
-            g.encoding = kREALTextEncodingMacRoman;
+            flush(encoding);
+            g().encoding = kREALTextEncodingMacRoman;
         } else if (w == "b") {
-            flush(g.encoding);
-            g.bold = p != 0;
+            flush(encoding);
+            g().bold = p != 0;
         } else if (w == "i") {
-            flush(g.encoding);
-            g.italic = p != 0;
+            flush(encoding);
+            g().italic = p != 0;
         } else if (w == "ul") {
-            flush(g.encoding);
-            g.underline = p != 0;
+            flush(encoding);
+            g().underline = p != 0;
         } else if (w == "ulnone") {
-            flush(g.encoding);
-            g.underline = false;
+            flush(encoding);
+            g().underline = false;
         } else if (w == "u") {
-            flush(g.encoding);
+            flush(encoding);
             ensureRun();
             sink_.addUnit(uint16_t(uint64_t(p) & 0xFFFF), alignment_);
             textStarted_ = true;
@@ -369,32 +411,33 @@ class Parser {
         } else if (w == "colortbl") {
             colors_ = ReadColorTable(text_, pos_);
         } else if (w == "cf") {
-            flush(g.encoding);
+            flush(encoding);
             int32_t key;
             auto it = AsKey(p, key) ? colors_.find(key) : colors_.end();
-            g.color = it != colors_.end() ? it->second : RTFColor{};
+            g().color = it != colors_.end() ? it->second : RTFColor{};
         } else if (w == "f") {
-            flush(g.encoding);
+            flush(encoding);
             int32_t key;
             auto it = AsKey(p, key) ? fonts_.find(key) : fonts_.end();
-            g.font = it != fonts_.end() ? std::make_shared<const std::string>(it->second) : nullptr;
+            g().font =
+                it != fonts_.end() ? std::make_shared<const std::string>(it->second) : nullptr;
         } else if (w == "par") {
             ensureRun();
             buffer_.push_back('\r');
-            flush(g.encoding);
+            flush(encoding);
             textStarted_ = true;
         } else if (w == "qc") {
-            flush(g.encoding);
+            flush(encoding);
             alignment_ = 2;
         } else if (w == "qr") {
-            flush(g.encoding);
+            flush(encoding);
             alignment_ = 3;
         } else if (w == "ql" || w == "qj") {
-            flush(g.encoding);
+            flush(encoding);
             alignment_ = 1;  // justified text is taken as left-aligned
         } else if (w == "fs" || w == "upr") {
-            flush(g.encoding);
-            g.size = p / 2;  // half-points
+            flush(encoding);
+            g().size = p / 2;  // half-points
         } else if (groupOpened_) {
             skip_ = 1;  // an unknown destination: "{\*\generator ...}", "{\info ...}"
         }
@@ -403,7 +446,7 @@ class Parser {
     std::string_view text_;
     ParseSink& sink_;
     int64_t pos_ = -1;
-    std::vector<GroupState> groups_;  // a stack, so nesting depth costs no call depth
+    GroupStack groups_;  // a stack, so nesting depth costs no call depth
     std::string buffer_;
     int64_t alignment_ = 0;  // parser-wide: survives closing braces
     FontMap fonts_;
