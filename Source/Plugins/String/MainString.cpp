@@ -13,6 +13,8 @@
 #include "MainInstr.h"
 #include "REALplugin.h"
 #include "RemoveAccents.h"
+#include "RTFRead.h"
+#include "RTFWrite.h"
 #include "URLencoding.h"
 #include "hexstring.h"
 #include "htmlencoding.h"
@@ -164,8 +166,8 @@ REALmethodDefinition gStringMethods[] = {
 };
 
 REALmethodDefinition gStyledTextMethods[] = {
-    {nullptr, nullptr, "RTFDataKXT(SkipParagraphs as boolean = false) as string", 0x308, 0,
-     nullptr},
+    {reinterpret_cast<REALproc>(RTFRead), reinterpret_cast<REALproc>(RTFWrite),
+     "RTFDataKXT(SkipParagraphs as boolean = false) as string", 0x308, 0, nullptr},
 };
 
 REALclassDefinition gStyledTextExtension = [] {
@@ -173,7 +175,7 @@ REALclassDefinition gStyledTextExtension = [] {
     c.version = 15;
     c.name = "StyledText";
     c.methods = gStyledTextMethods;
-    c.methodCount = 0;  // the RTF property registers once its getter and setter exist
+    c.methodCount = 1;
     c.mFlags = 0x308;
     return c;
 }();
