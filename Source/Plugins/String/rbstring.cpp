@@ -321,9 +321,8 @@ RBBoolean IsASCIIString1(REALstring s) {
 
 RBBoolean IsASCIIString2(REALstring s, RBInteger mode) {
     return HandlerBoundary<RBBoolean>(false, [&] {
-        if (s == nullptr) return true;
+        // Nil and the empty string are the same to Xojo, and both pass.
         rbData bytes(s);
-        if (bytes.size < 1) return false;
         return kxt::isASCIIText(bytes.view(), mode);
     });
 }
