@@ -1,5 +1,9 @@
 // Registration: declarations of extension methods, flag adjustment by host age, and what each
 // kind of host ends up with.
+#include <dlfcn.h>
+#include <sys/wait.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 
@@ -224,6 +228,102 @@ TEST_F(DebuggingSwitch, PropertyStoresTheSwitch) {
     EXPECT_EQ(host().debugging(), std::optional<bool>(true));
     EXPECT_TRUE(host().setDebugging(false));
     EXPECT_EQ(host().debugging(), std::optional<bool>(false));
+}
+
+}  // namespace
+
+namespace {
+
+class IDEHost : public HostTest {
+  protected:
+    xhost::HostOptions options() const override {
+        xhost::HostOptions o;
+        o.inRuntime = false;
+        return o;
+    }
+};
+
+TEST_F(IDEHost, RegistersBothModulesAsInARuntime) {
+    ASSERT_EQ(host().modules().size(), 2u);
+    EXPECT_EQ(host().modules()[1].methods.size(), StringMethodTable().size());
+}
+
+class HostWithoutGuard : public HostTest {
+  protected:
+    xhost::HostOptions options() const override {
+        xhost::HostOptions o;
+        o.hidden = {"PluginCallFunctionWithExceptionHandler"};
+        return o;
+    }
+};
+
+TEST_F(HostWithoutGuard, MemoryBlocksAreStillMadeByCallingTheConstructorDirectly) {
+    Value r = call("_yDecodeMemoryKXT", {MB("\x6B\x6C")});  // yEnc: each byte minus 42
+    EXPECT_EQ(r.bytes(), "AB");
+}
+
+class FailingMemoryBlocks : public HostTest {
+  protected:
+    xhost::HostOptions options() const override {
+        xhost::HostOptions o;
+        o.failMemoryBlocks = true;
+        return o;
+    }
+};
+
+TEST_F(FailingMemoryBlocks, RaiseOutOfMemoryWithTheSize) {
+    Value in = MB("\x6B\x6C\x6D");
+    CallResult r = host().call("_yDecodeMemoryKXT", {in});
+    ASSERT_TRUE(r.exception);
+    EXPECT_EQ(r.exception->className, "OutOfMemoryException");
+    EXPECT_EQ(r.exception->message, "Failed to allocate a memoryblock with 3 bytes in size.");
+    EXPECT_TRUE(r.value.isNil());
+}
+
+class HostWithoutServices : public HostTest {
+  protected:
+    xhost::HostOptions options() const override {
+        xhost::HostOptions o;
+        o.hidden = {"REALBuildStringWithEncoding", "StringGetCString"};
+        return o;
+    }
+};
+
+TEST_F(HostWithoutServices, MissingServicesAreQuietNoOps) {
+    // No bytes can be read and no string built: every call returns nil, nothing crashes.
+    EXPECT_TRUE(call("EncodingToURLKXT", {S("a b")}).isNil());
+    EXPECT_TRUE(call("RemoveAccentsKXT", {S("\xC3\xA9")}).isNil());
+}
+
+TEST(PluginFile, StartedAsAProgramPrintsTheBanner) {
+#ifdef KXT_SANITIZED
+    GTEST_SKIP() << "the sanitizer runtime is not there when the plugin runs on its own";
+#endif
+    FILE* p = popen(KXT_PLUGIN_PATH, "r");
+    ASSERT_NE(p, nullptr);
+    char buffer[128] = {0};
+    size_t n = fread(buffer, 1, sizeof buffer, p);
+    int status = pclose(p);
+    EXPECT_EQ(std::string(buffer, n), "KXT Plugin, version 24.5, built Nov 11 2024\n");
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST(PluginFile, NullResolverRegistersNothingAndReturns) {
+    // A fresh copy, so the plugin's state is its own.
+    std::string copy = testing::TempDir() + "kxt-null-resolver.so";
+    std::string command = std::string("cp ") + KXT_PLUGIN_PATH + " " + copy;
+    ASSERT_EQ(system(command.c_str()), 0);
+    void* library = dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    auto pluginMain = reinterpret_cast<void (*)(REALResolver)>(dlsym(library, "REALPluginMain"));
+    ASSERT_NE(pluginMain, nullptr);
+    pluginMain(nullptr);
+    EXPECT_NE(dlsym(library, "PluginEntry"), nullptr);
+    EXPECT_NE(dlsym(library, "libEntry"), nullptr);
+    EXPECT_EQ(dlsym(library, "StringMethodTable"), nullptr);  // nothing else is exported
+    dlclose(library);
+    remove(copy.c_str());
 }
 
 }  // namespace
