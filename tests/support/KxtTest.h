@@ -11,24 +11,44 @@
 
 #include "XojoHost.h"
 
+namespace xhost {
+void PrintTo(const Value& v, std::ostream* os);
+}
+
 namespace kxt_test {
 
 using xhost::CallResult;
 using xhost::Value;
 
-inline Value S(std::string_view utf8) { return Value::string(utf8, kREALTextEncodingUTF8); }
-inline Value S(std::string_view bytes, uint32_t encoding) { return Value::string(bytes, encoding); }
-inline Value Raw(std::string_view bytes) { return Value::string(bytes, kREALTextEncodingUnknown); }
-inline Value I(int64_t v) { return Value::integer(v); }
-inline Value B(bool v) { return Value::boolean(v); }
-inline Value D(double v) { return Value::real(v); }
-inline Value Nil() { return Value::nil(); }
-inline Value MB(std::string_view bytes) { return Value::memoryBlock(bytes); }
+inline Value S(std::string_view utf8) {
+    return Value::string(utf8, kREALTextEncodingUTF8);
+}
+inline Value S(std::string_view bytes, uint32_t encoding) {
+    return Value::string(bytes, encoding);
+}
+inline Value Raw(std::string_view bytes) {
+    return Value::string(bytes, kREALTextEncodingUnknown);
+}
+inline Value I(int64_t v) {
+    return Value::integer(v);
+}
+inline Value B(bool v) {
+    return Value::boolean(v);
+}
+inline Value D(double v) {
+    return Value::real(v);
+}
+inline Value Nil() {
+    return Value::nil();
+}
+inline Value MB(std::string_view bytes) {
+    return Value::memoryBlock(bytes);
+}
 
 // Loads the plugin with the options of options() before each test; after it, asserts that the
 // test's values are gone and no string, object or string-data record is left alive.
 class HostTest : public ::testing::Test {
-protected:
+  protected:
     virtual xhost::HostOptions options() const { return {}; }
 
     void SetUp() override { host_ = std::make_unique<xhost::Host>(options()); }
@@ -37,6 +57,7 @@ protected:
         EXPECT_EQ(host_->liveStrings(), 0u) << host_->describeLive();
         EXPECT_EQ(host_->liveObjects(), 0u) << host_->describeLive();
         EXPECT_EQ(host_->outstandingStringData(), 0u);
+        EXPECT_TRUE(host_->misuses().empty()) << host_->describeLive();
         host_.reset();
     }
 
@@ -54,7 +75,7 @@ protected:
         return call(name, args).bytes();
     }
 
-private:
+  private:
     std::unique_ptr<xhost::Host> host_;
 };
 

@@ -1,0 +1,504 @@
+#include "Encodings.h"
+
+#include <iconv.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "XojoPluginABI.h"
+
+namespace xhost::encodings {
+namespace {
+
+#include "MacCodePages.inc"
+
+enum class Kind {
+    ASCII,
+    UTF8,
+    UTF16LE,
+    UTF16BE,
+    UTF32LE,
+    UTF32BE,
+    Latin1,
+    Table,
+    Iconv,
+    HalfASCII
+};
+
+struct Entry {
+    EncodingInfo info;
+    Kind kind;
+    const char* iconvName = nullptr;
+    const char16_t* table = nullptr;
+};
+
+// UTF-16 and UTF-32 without an explicit byte order are in host order (little-endian) and carry
+// no byte order mark. Mac Hebrew has no converter on this system: only its ASCII half is known.
+const std::vector<Entry>& entries() {
+    static const std::vector<Entry> table = {
+        {{kREALTextEncodingUTF8, "UTF-8", "utf8 utf-8"}, Kind::UTF8},
+        {{kREALTextEncodingUTF16, "UTF-16", "utf16 utf-16"}, Kind::UTF16LE},
+        {{kREALTextEncodingUTF16BE, "UTF-16BE", "utf16be utf-16be"}, Kind::UTF16BE},
+        {{kREALTextEncodingUTF16LE, "UTF-16LE", "utf16le utf-16le"}, Kind::UTF16LE},
+        {{kREALTextEncodingUTF32, "UTF-32", "utf32 utf-32"}, Kind::UTF32LE},
+        {{kREALTextEncodingUTF32BE, "UTF-32BE", "utf32be utf-32be"}, Kind::UTF32BE},
+        {{kREALTextEncodingUTF32LE, "UTF-32LE", "utf32le utf-32le"}, Kind::UTF32LE},
+        {{kREALTextEncodingASCII, "ASCII", "ascii"}, Kind::ASCII},
+        {{kREALTextEncodingISOLatin1, "ISO Latin-1", "latin1 iso-8859-1 iso88591"}, Kind::Latin1},
+        {{kREALTextEncodingWindowsLatin1, "Windows Latin-1", "cp1252 windows-1252"},
+         Kind::Iconv,
+         "CP1252"},
+        {{kREALTextEncodingMacRoman, "Mac Roman", "macroman mac"}, Kind::Iconv, "MACINTOSH"},
+        {{0x400, "DOS Latin US", "cp437"}, Kind::Iconv, "CP437"},
+        {{0x410, "DOS Latin 1", "cp850"}, Kind::Iconv, "CP850"},
+        {{0x412, "DOS Latin 2", "cp852"}, Kind::Iconv, "CP852"},
+        {{0x415, "DOS Portuguese", "cp860"}, Kind::Iconv, "CP860"},
+        {{0x417, "DOS Hebrew", "cp862"}, Kind::Iconv, "CP862"},
+        {{0x418, "DOS Canadian French", "cp863"}, Kind::Iconv, "CP863"},
+        {{0x419, "DOS Arabic", "cp864"}, Kind::Iconv, "CP864"},
+        {{0x41A, "DOS Nordic", "cp865"}, Kind::Iconv, "CP865"},
+        {{0x41B, "DOS Russian", "cp866"}, Kind::Iconv, "CP866"},
+        {{0x41D, "DOS Thai", "cp874"}, Kind::Iconv, "CP874"},
+        {{0x420, "DOS Japanese", "cp932 shiftjis sjis"}, Kind::Iconv, "CP932"},
+        {{0x421, "DOS Simplified Chinese", "cp936 gbk"}, Kind::Iconv, "GBK"},
+        {{0x422, "DOS Korean", "cp949"}, Kind::Iconv, "CP949"},
+        {{0x423, "DOS Traditional Chinese", "cp950 big5"}, Kind::Iconv, "BIG5"},
+        {{0x501, "Windows Latin 2", "cp1250 windows-1250"}, Kind::Iconv, "CP1250"},
+        {{0x502, "Windows Cyrillic", "cp1251 windows-1251"}, Kind::Iconv, "CP1251"},
+        {{0x503, "Windows Greek", "cp1253 windows-1253"}, Kind::Iconv, "CP1253"},
+        {{0x504, "Windows Latin 5", "cp1254 windows-1254"}, Kind::Iconv, "CP1254"},
+        {{0x505, "Windows Hebrew", "cp1255 windows-1255"}, Kind::Iconv, "CP1255"},
+        {{0x506, "Windows Arabic", "cp1256 windows-1256"}, Kind::Iconv, "CP1256"},
+        {{0x507, "Windows Baltic", "cp1257 windows-1257"}, Kind::Iconv, "CP1257"},
+        {{0x508, "Windows Vietnamese", "cp1258 windows-1258"}, Kind::Iconv, "CP1258"},
+        {{0x510, "Windows Korean Johab", "cp1361 johab"}, Kind::Iconv, "JOHAB"},
+        {{1, "Mac Japanese", "macjapanese"}, Kind::Iconv, "SHIFT_JIS"},
+        {{4, "Mac Arabic", "macarabic"}, Kind::Table, nullptr, kMacArabic},
+        {{5, "Mac Hebrew", "machebrew"}, Kind::HalfASCII},
+        {{6, "Mac Greek", "macgreek"}, Kind::Table, nullptr, kMacGreek},
+        {{7, "Mac Cyrillic", "maccyrillic"}, Kind::Iconv, "MAC-CYRILLIC"},
+        {{29, "Mac Central European", "maccentraleurope"}, Kind::Iconv, "MAC-CENTRALEUROPE"},
+        {{35, "Mac Turkish", "macturkish"}, Kind::Table, nullptr, kMacTurkish},
+    };
+    return table;
+}
+
+const Entry* find(uint32_t code) {
+    for (const Entry& e : entries()) {
+        if (e.info.code == code) return &e;
+    }
+    return nullptr;
+}
+
+bool isSurrogate(char32_t c) {
+    return c >= 0xD800 && c <= 0xDFFF;
+}
+
+std::optional<std::u32string> decodeUTF16(std::string_view b, bool big) {
+    if (b.size() % 2 != 0) return std::nullopt;
+    std::u32string out;
+    out.reserve(b.size() / 2);
+    auto unit = [&](size_t i) -> char32_t {
+        auto lo = static_cast<unsigned char>(b[i + (big ? 1 : 0)]);
+        auto hi = static_cast<unsigned char>(b[i + (big ? 0 : 1)]);
+        return static_cast<char32_t>(hi << 8 | lo);
+    };
+    for (size_t i = 0; i < b.size(); i += 2) {
+        char32_t u = unit(i);
+        if (u >= 0xD800 && u <= 0xDBFF) {
+            if (i + 2 >= b.size()) return std::nullopt;
+            char32_t low = unit(i + 2);
+            if (low < 0xDC00 || low > 0xDFFF) return std::nullopt;
+            out.push_back(0x10000 + ((u - 0xD800) << 10) + (low - 0xDC00));
+            i += 2;
+        } else if (isSurrogate(u)) {
+            return std::nullopt;
+        } else {
+            out.push_back(u);
+        }
+    }
+    return out;
+}
+
+std::optional<std::u32string> decodeUTF32(std::string_view b, bool big) {
+    if (b.size() % 4 != 0) return std::nullopt;
+    std::u32string out;
+    out.reserve(b.size() / 4);
+    for (size_t i = 0; i < b.size(); i += 4) {
+        char32_t c = 0;
+        for (int k = 0; k < 4; ++k) {
+            auto byte = static_cast<unsigned char>(b[i + (big ? k : 3 - k)]);
+            c = c << 8 | byte;
+        }
+        if (c > 0x10FFFF || isSurrogate(c)) return std::nullopt;
+        out.push_back(c);
+    }
+    return out;
+}
+
+std::optional<std::u32string> decodeIconv(std::string_view bytes, const char* charset) {
+    iconv_t cd = iconv_open("UTF-32LE", charset);
+    if (cd == reinterpret_cast<iconv_t>(-1)) return std::nullopt;
+    std::string out(bytes.size() * 4 + 16, '\0');
+    char* in = const_cast<char*>(bytes.data());
+    size_t inLeft = bytes.size();
+    size_t used = 0;
+    bool ok = true;
+    while (ok) {
+        char* dst = out.data() + used;
+        size_t outLeft = out.size() - used;
+        size_t r = iconv(cd, &in, &inLeft, &dst, &outLeft);
+        used = out.size() - outLeft;
+        if (r != static_cast<size_t>(-1)) {
+            // Flush any shift state; a truncated multi-byte sequence is caught as EINVAL above.
+            dst = out.data() + used;
+            outLeft = out.size() - used;
+            iconv(cd, nullptr, nullptr, &dst, &outLeft);
+            used = out.size() - outLeft;
+            break;
+        }
+        if (errno == E2BIG) {
+            out.resize(out.size() * 2);
+        } else {
+            ok = false;
+        }
+    }
+    iconv_close(cd);
+    if (!ok) return std::nullopt;
+    return decodeUTF32(std::string_view(out.data(), used), false);
+}
+
+std::string encodeIconv(std::u32string_view text, const char* charset) {
+    std::string out;
+    iconv_t cd = iconv_open(charset, "UTF-32LE");
+    if (cd == reinterpret_cast<iconv_t>(-1)) return std::string(text.size(), '?');
+    std::string in(text.size() * 4, '\0');
+    for (size_t i = 0; i < text.size(); ++i) {
+        char32_t c = text[i];
+        for (int k = 0; k < 4; ++k) in[i * 4 + k] = static_cast<char>((c >> (8 * k)) & 0xFF);
+    }
+    out.resize(text.size() * 2 + 16);
+    char* src = in.data();
+    size_t inLeft = in.size();
+    size_t used = 0;
+    while (true) {
+        char* dst = out.data() + used;
+        size_t outLeft = out.size() - used;
+        size_t r = iconv(cd, &src, &inLeft, &dst, &outLeft);
+        used = out.size() - outLeft;
+        if (r != static_cast<size_t>(-1)) {
+            dst = out.data() + used;
+            outLeft = out.size() - used;
+            if (iconv(cd, nullptr, nullptr, &dst, &outLeft) == static_cast<size_t>(-1) &&
+                errno == E2BIG) {
+                out.resize(out.size() + 64);
+                continue;
+            }
+            used = out.size() - outLeft;
+            break;
+        }
+        if (errno == E2BIG) {
+            out.resize(out.size() * 2 + 16);
+        } else if (inLeft >= 4) {
+            // Not representable in the target: substitute and go on with the next code point.
+            if (used == out.size()) out.resize(out.size() * 2 + 16);
+            out[used++] = '?';
+            src += 4;
+            inLeft -= 4;
+        } else {
+            break;
+        }
+    }
+    iconv_close(cd);
+    out.resize(used);
+    return out;
+}
+
+void appendUTF8(std::string& out, char32_t c) {
+    if (c < 0x80) {
+        out.push_back(static_cast<char>(c));
+    } else if (c < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else if (c < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    }
+}
+
+void appendUnit16(std::string& out, char32_t u, bool big) {
+    char hi = static_cast<char>((u >> 8) & 0xFF), lo = static_cast<char>(u & 0xFF);
+    if (big) {
+        out.push_back(hi);
+        out.push_back(lo);
+    } else {
+        out.push_back(lo);
+        out.push_back(hi);
+    }
+}
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i) {
+        auto x = static_cast<unsigned char>(a[i]), y = static_cast<unsigned char>(b[i]);
+        if (std::tolower(x) != std::tolower(y)) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+const std::vector<EncodingInfo>& all() {
+    static const std::vector<EncodingInfo> infos = [] {
+        std::vector<EncodingInfo> v;
+        for (const Entry& e : entries()) v.push_back(e.info);
+        return v;
+    }();
+    return infos;
+}
+
+bool isKnown(uint32_t code) {
+    return find(code) != nullptr;
+}
+
+std::string nameOf(uint32_t code) {
+    if (code == kREALTextEncodingUnknown) return "none";
+    if (const Entry* e = find(code)) return e->info.name;
+    char buf[40];
+    std::snprintf(buf, sizeof buf, "unknown (0x%X)", code);
+    return buf;
+}
+
+std::optional<uint32_t> byName(std::string_view name) {
+    if (equalsIgnoringCase(name, "none") || equalsIgnoringCase(name, "raw")) {
+        return kREALTextEncodingUnknown;
+    }
+    for (const Entry& e : entries()) {
+        if (equalsIgnoringCase(name, e.info.name)) return e.info.code;
+        std::string_view aliases = e.info.aliases;
+        while (!aliases.empty()) {
+            size_t blank = aliases.find(' ');
+            if (equalsIgnoringCase(name, aliases.substr(0, blank))) return e.info.code;
+            if (blank == std::string_view::npos) break;
+            aliases.remove_prefix(blank + 1);
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<std::u32string> fromUTF8(std::string_view b) {
+    std::u32string out;
+    out.reserve(b.size());
+    size_t i = 0;
+    while (i < b.size()) {
+        auto c0 = static_cast<unsigned char>(b[i]);
+        if (c0 < 0x80) {
+            out.push_back(c0);
+            ++i;
+            continue;
+        }
+        int extra;
+        char32_t c, min;
+        if (c0 >= 0xC2 && c0 <= 0xDF) {
+            extra = 1, c = c0 & 0x1F, min = 0x80;
+        } else if (c0 >= 0xE0 && c0 <= 0xEF) {
+            extra = 2, c = c0 & 0x0F, min = 0x800;
+        } else if (c0 >= 0xF0 && c0 <= 0xF4) {
+            extra = 3, c = c0 & 0x07, min = 0x10000;
+        } else {
+            return std::nullopt;
+        }
+        if (i + extra >= b.size()) return std::nullopt;
+        for (int k = 1; k <= extra; ++k) {
+            auto cc = static_cast<unsigned char>(b[i + k]);
+            if ((cc & 0xC0) != 0x80) return std::nullopt;
+            c = c << 6 | (cc & 0x3F);
+        }
+        if (c < min || c > 0x10FFFF || isSurrogate(c)) return std::nullopt;
+        out.push_back(c);
+        i += extra + 1;
+    }
+    return out;
+}
+
+std::string toUTF8(std::u32string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (char32_t c : text) appendUTF8(out, c > 0x10FFFF || isSurrogate(c) ? U'?' : c);
+    return out;
+}
+
+std::optional<std::u32string> decode(std::string_view bytes, uint32_t encoding) {
+    const Entry* e = find(encoding);
+    if (e == nullptr) return std::nullopt;
+    switch (e->kind) {
+        case Kind::UTF8:
+            return fromUTF8(bytes);
+        case Kind::UTF16LE:
+            return decodeUTF16(bytes, false);
+        case Kind::UTF16BE:
+            return decodeUTF16(bytes, true);
+        case Kind::UTF32LE:
+            return decodeUTF32(bytes, false);
+        case Kind::UTF32BE:
+            return decodeUTF32(bytes, true);
+        case Kind::Iconv:
+            return decodeIconv(bytes, e->iconvName);
+        case Kind::ASCII:
+        case Kind::HalfASCII:
+        case Kind::Latin1:
+        case Kind::Table: {
+            std::u32string out(bytes.size(), U'\0');
+            for (size_t i = 0; i < bytes.size(); ++i) {
+                auto c = static_cast<unsigned char>(bytes[i]);
+                if (c < 0x80 || e->kind == Kind::Latin1) {
+                    out[i] = c;
+                } else if (e->kind == Kind::Table) {
+                    out[i] = e->table[c - 0x80];
+                } else {
+                    return std::nullopt;
+                }
+            }
+            return out;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string encode(std::u32string_view text, uint32_t encoding) {
+    const Entry* e = find(encoding);
+    if (e == nullptr) return std::string(text.size(), '?');
+    std::string out;
+    switch (e->kind) {
+        case Kind::UTF8:
+            return toUTF8(text);
+        case Kind::UTF16LE:
+        case Kind::UTF16BE: {
+            bool big = e->kind == Kind::UTF16BE;
+            out.reserve(text.size() * 2);
+            for (char32_t c : text) {
+                if (c > 0x10FFFF || isSurrogate(c)) c = U'?';
+                if (c >= 0x10000) {
+                    appendUnit16(out, 0xD800 + ((c - 0x10000) >> 10), big);
+                    appendUnit16(out, 0xDC00 + ((c - 0x10000) & 0x3FF), big);
+                } else {
+                    appendUnit16(out, c, big);
+                }
+            }
+            return out;
+        }
+        case Kind::UTF32LE:
+        case Kind::UTF32BE: {
+            bool big = e->kind == Kind::UTF32BE;
+            out.resize(text.size() * 4);
+            for (size_t i = 0; i < text.size(); ++i) {
+                char32_t c = text[i];
+                if (c > 0x10FFFF || isSurrogate(c)) c = U'?';
+                for (int k = 0; k < 4; ++k) {
+                    out[i * 4 + (big ? 3 - k : k)] = static_cast<char>((c >> (8 * k)) & 0xFF);
+                }
+            }
+            return out;
+        }
+        case Kind::Iconv:
+            return encodeIconv(text, e->iconvName);
+        case Kind::ASCII:
+        case Kind::HalfASCII:
+        case Kind::Latin1:
+        case Kind::Table: {
+            out.resize(text.size());
+            for (size_t i = 0; i < text.size(); ++i) {
+                char32_t c = text[i];
+                char b = '?';
+                if (c < 0x80 || (c < 0x100 && e->kind == Kind::Latin1)) {
+                    b = static_cast<char>(c);
+                } else if (e->kind == Kind::Table) {
+                    for (int k = 0; k < 128; ++k) {
+                        if (e->table[k] == c) {
+                            b = static_cast<char>(0x80 + k);
+                            break;
+                        }
+                    }
+                }
+                out[i] = b;
+            }
+            return out;
+        }
+    }
+    return out;
+}
+
+std::optional<std::string> convert(std::string_view bytes, uint32_t from, uint32_t to) {
+    if (from == to || from == kREALTextEncodingUnknown) return std::string(bytes);
+    if (to == kREALTextEncodingUnknown) {
+        // Dropping the encoding keeps the bytes, once they are known to be valid.
+        if (!decode(bytes, from)) return std::nullopt;
+        return std::string(bytes);
+    }
+    // Pure ASCII reads the same in UTF-8 and the ASCII-compatible single-byte pages.
+    bool asciiCompatibleTarget = to == kREALTextEncodingUTF8 || to == kREALTextEncodingASCII ||
+                                 to == kREALTextEncodingISOLatin1;
+    if ((from == kREALTextEncodingASCII || from == kREALTextEncodingUTF8) &&
+        asciiCompatibleTarget) {
+        bool ascii = true;
+        for (char c : bytes) {
+            if (static_cast<unsigned char>(c) >= 0x80) {
+                ascii = false;
+                break;
+            }
+        }
+        if (ascii) return std::string(bytes);
+    }
+    auto points = decode(bytes, from);
+    if (!points) return std::nullopt;
+    return encode(*points, to);
+}
+
+int64_t characterCount(std::string_view bytes, uint32_t encoding) {
+    const Entry* e = encoding == kREALTextEncodingUnknown ? nullptr : find(encoding);
+    if (e == nullptr) return static_cast<int64_t>(bytes.size());
+    switch (e->kind) {
+        case Kind::UTF8: {
+            int64_t n = 0;
+            for (char c : bytes) n += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+            return n;
+        }
+        case Kind::UTF16LE:
+        case Kind::UTF16BE: {
+            bool big = e->kind == Kind::UTF16BE;
+            int64_t n = 0;
+            size_t units = bytes.size() / 2;
+            for (size_t i = 0; i < units; ++i) {
+                auto hi = static_cast<unsigned char>(bytes[2 * i + (big ? 0 : 1)]);
+                bool lowSurrogate = hi >= 0xDC && hi <= 0xDF;
+                bool afterHigh = false;
+                if (i > 0) {
+                    auto prev = static_cast<unsigned char>(bytes[2 * (i - 1) + (big ? 0 : 1)]);
+                    afterHigh = prev >= 0xD8 && prev <= 0xDB;
+                }
+                n += !(lowSurrogate && afterHigh);
+            }
+            return n + static_cast<int64_t>(bytes.size() % 2);
+        }
+        case Kind::UTF32LE:
+        case Kind::UTF32BE:
+            return static_cast<int64_t>((bytes.size() + 3) / 4);
+        case Kind::Iconv: {
+            auto points = decodeIconv(bytes, e->iconvName);
+            return points ? static_cast<int64_t>(points->size())
+                          : static_cast<int64_t>(bytes.size());
+        }
+        default:
+            return static_cast<int64_t>(bytes.size());
+    }
+}
+
+}  // namespace xhost::encodings

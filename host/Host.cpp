@@ -1,0 +1,787 @@
+// Loading the plugin, the resolver, registration, and calling registered methods through their
+// declarations.
+#include <dlfcn.h>
+#include <ffi.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <unordered_map>
+
+#include "Encodings.h"
+#include "HostInternal.h"
+#include "HostServices.h"
+
+namespace xhost {
+
+namespace {
+
+Host* gCurrent = nullptr;
+uint64_t gHostSerials = 0;
+
+bool isHidden(std::string_view name) {
+    return gCurrent != nullptr && gCurrent->options().hidden.count(std::string(name)) != 0;
+}
+
+// ---- Services that belong to the host as a whole ----------------------------------------------
+
+double getVersion() {
+    return gCurrent ? gCurrent->options().version : 0.0;
+}
+RBBoolean inRuntime() {
+    return gCurrent ? gCurrent->options().inRuntime : false;
+}
+
+void registerPluginVersion(uint32_t version) {
+    if (Host::State* st = currentState()) st->interfaceVersion = version;
+}
+
+void yieldToRB() {
+    if (Host::State* st = currentState()) ++st->yields;
+}
+
+std::string text(const char* s) {
+    return s ? s : "";
+}
+
+std::vector<std::pair<std::string, std::string>> copyAttributes(const REALattribute* a,
+                                                                size_t count) {
+    std::vector<std::pair<std::string, std::string>> out;
+    for (size_t i = 0; a != nullptr && i < count; ++i) {
+        out.emplace_back(text(a[i].mName), text(a[i].mValue));
+    }
+    return out;
+}
+
+RegisteredMethod copyMethod(const REALmethodDefinition& m, const std::string& module) {
+    RegisteredMethod r;
+    r.module = module;
+    r.declarationText = text(m.declaration);
+    try {
+        r.declaration = parseDeclaration(r.declarationText);
+    } catch (const std::exception& e) {
+        r.parseError = e.what();
+        r.declaration.name = r.declarationText.substr(0, r.declarationText.find('('));
+    }
+    r.function = m.function;
+    r.setter = m.setterFunction;
+    r.flags = m.mFlags;
+    r.attributes = copyAttributes(m.attributes, m.attributeCount);
+    return r;
+}
+
+std::vector<RegisteredMethod> copyMethods(Host::State& st, const REALmethodDefinition* m,
+                                          size_t count, const std::string& owner) {
+    std::vector<RegisteredMethod> out;
+    if (m == nullptr && count != 0) {
+        misuse(st, owner + ": method array is null, count " + std::to_string(count));
+        return out;
+    }
+    for (size_t i = 0; i < count; ++i) out.push_back(copyMethod(m[i], owner));
+    return out;
+}
+
+std::vector<RegisteredProperty> copyProperties(Host::State& st, const REALproperty* p, size_t count,
+                                               const std::string& owner) {
+    std::vector<RegisteredProperty> out;
+    if (p == nullptr && count != 0) {
+        misuse(st, owner + ": property array is null, count " + std::to_string(count));
+        return out;
+    }
+    for (size_t i = 0; i < count; ++i) {
+        RegisteredProperty r;
+        r.module = owner;
+        r.name = text(p[i].name);
+        r.type = text(p[i].type);
+        r.flags = p[i].flags;
+        r.getter = p[i].getter;
+        r.setter = p[i].setter;
+        r.attributes = copyAttributes(p[i].attributes, p[i].attributeCount);
+        out.push_back(std::move(r));
+    }
+    return out;
+}
+
+void registerModule(REALmoduleDefinition* def) {
+    Host::State* st = currentState();
+    if (st == nullptr) return;
+    if (def == nullptr) return misuse(*st, "PluginRegisterModule(null)");
+    RegisteredModule m;
+    m.name = text(def->name);
+    m.version = def->version;
+    m.flags = def->flags;
+    m.methods = copyMethods(*st, def->methods, def->methodCount, m.name);
+    m.properties = copyProperties(*st, def->properties, def->propertyCount, m.name);
+    st->modules.push_back(std::move(m));
+}
+
+void registerMethod(REALmethodDefinition* def) {
+    Host::State* st = currentState();
+    if (st == nullptr) return;
+    if (def == nullptr) return misuse(*st, "PluginRegisterMethod(null)");
+    st->globals.push_back(copyMethod(*def, ""));
+}
+
+void registerClassExtension(REALclassDefinition* def) {
+    Host::State* st = currentState();
+    if (st == nullptr) return;
+    if (def == nullptr) return misuse(*st, "PluginRegisterClassExtension(null)");
+    RegisteredClassExtension c;
+    c.className = text(def->name);
+    c.version = def->version;
+    c.flags = def->mFlags;
+    c.methods = copyMethods(*st, def->methods, def->methodCount, c.className);
+    c.properties = copyProperties(*st, def->properties, def->propertyCount, c.className);
+    st->extensions.push_back(std::move(c));
+}
+
+void* loadGlobalMethod(const char* module, const char* declaration) {
+    if (module != nullptr || declaration == nullptr || isHidden(declaration)) return nullptr;
+    std::string d = normalizeDeclaration(declaration);
+    if (d == normalizeDeclaration("LenB(s as string) as integer")) {
+        return reinterpret_cast<void*>(&services::lenB);
+    }
+    if (d == normalizeDeclaration("Len(s as string) as integer")) {
+        return reinterpret_cast<void*>(&services::len);
+    }
+    return nullptr;
+}
+
+void* loadObjectMethodService(REALobject o, const char* declaration) {
+    if (declaration == nullptr || isHidden(declaration)) return nullptr;
+    return services::loadObjectMethod(o, declaration);
+}
+
+template <typename F>
+void* fn(F* f) {
+    return reinterpret_cast<void*>(f);
+}
+
+const std::unordered_map<std::string, void*>& serviceTable() {
+    using namespace services;
+    static const std::unordered_map<std::string, void*> table = {
+        {"REALGetRBVersion", fn(&getVersion)},
+        {"RegisterPluginVersion", fn(&registerPluginVersion)},
+        {"REALinRuntime", fn(&inRuntime)},
+        {"PluginGetStringData", fn(&getStringData)},
+        {"PluginDisposeStringData", fn(&disposeStringData)},
+        {"PluginCallFunctionWithExceptionHandler", fn(&callWithExceptionHandler)},
+        {"RuntimeStringCompare", fn(&compareStrings)},
+        {"REALBuildString", fn(&buildString)},
+        {"REALBuildStringWithEncoding", fn(&buildStringWithEncoding)},
+        {"REALLockObject", fn(&lockObjectService)},
+        {"REALUnlockObject", fn(&unlockObjectService)},
+        {"REALLockString", fn(&lockStringService)},
+        {"REALUnlockString", fn(&unlockStringService)},
+        {"RuntimeRaiseException", fn(&raiseException)},
+        {"RuntimeUBound", fn(&arrayUBound)},
+        {"REALYieldToRB", fn(&yieldToRB)},
+        {"PluginRegisterModule", fn(&registerModule)},
+        {"PluginRegisterMethod", fn(&registerMethod)},
+        {"PluginRegisterClassExtension", fn(&registerClassExtension)},
+        {"REALLoadGlobalMethod", fn(&loadGlobalMethod)},
+        {"REALLoadObjectMethod", fn(&loadObjectMethodService)},
+        {"StringGetCString", fn(&getCString)},
+        {"REALGetPropValueString", fn(&getPropString)},
+        {"REALSetPropValueString", fn(&setPropString)},
+        {"REALGetPropValueBool", fn(&getPropBool)},
+        {"REALGetPropValueColor", fn(&getPropColor)},
+        {"REALGetPropValueInteger", fn(&getPropInteger)},
+        {"REALSetPropValueInteger", fn(&setPropInteger)},
+        {"REALSetPropValueUInt32", fn(&setPropUInt32)},
+        {"REALSetPropValueBoolean", fn(&setPropBoolean)},
+        {"RuntimeArrayCreateSingleDimBoundedArray", fn(&createArray)},
+        {"PluginStringArrayInsertProc", fn(&insertArrayString)},
+        {"REALGetStringEncoding", fn(&getStringEncoding)},
+        {"REALSetStringEncoding", fn(&setStringEncoding)},
+        {"REALConvertString", fn(&convertString)},
+        {"PluginNewInstance", fn(&newInstance)},
+        {"memoryBlockGetPtr", fn(&memoryBlockGetPtr)},
+        {"memoryBlockGetSize", fn(&memoryBlockGetSize)},
+    };
+    return table;
+}
+
+// ---- Calling ----------------------------------------------------------------------------------
+
+const char* valueTypeName(const Value& v) {
+    switch (v.type()) {
+        case Value::Type::Nil:
+            return "Nil";
+        case Value::Type::String:
+            return "String";
+        case Value::Type::Integer:
+            return "Integer";
+        case Value::Type::Boolean:
+            return "Boolean";
+        case Value::Type::Double:
+            return "Double";
+        case Value::Type::Ptr:
+            return "Ptr";
+        case Value::Type::MemoryBlock:
+            return "MemoryBlock";
+        case Value::Type::Object:
+            return "Object";
+        case Value::Type::Array:
+            return "String()";
+    }
+    return "?";
+}
+
+bool isClassType(const std::string& t) {
+    static const char* const builtins[] = {"String",      "Integer",  "Boolean", "Double", "Ptr",
+                                           "MemoryBlock", "String()", "Color",   "Single", "UInt32",
+                                           "Int32",       "Int64",    "UInt64",  "Variant"};
+    return std::none_of(std::begin(builtins), std::end(builtins),
+                        [&](const char* b) { return t == b; });
+}
+
+// How well a parameter type takes a value: 0 not at all, 1 with a conversion or as Nil, 2 exactly.
+int acceptance(const std::string& type, const Value& v) {
+    using T = Value::Type;
+    bool nil = v.type() == T::Nil;
+    if (type == "String") return v.type() == T::String ? 2 : nil ? 1 : 0;
+    if (type == "MemoryBlock") return v.type() == T::MemoryBlock ? 2 : nil ? 1 : 0;
+    if (type == "Integer") return v.type() == T::Integer ? 2 : 0;
+    if (type == "Double") return v.type() == T::Double ? 2 : v.type() == T::Integer ? 1 : 0;
+    if (type == "Boolean") return v.type() == T::Boolean ? 2 : 0;
+    if (type == "Ptr") return v.type() == T::Ptr ? 2 : nil ? 1 : 0;
+    if (type == "String()") return v.type() == T::Array ? 2 : nil ? 1 : 0;
+    if (isClassType(type)) return v.type() == T::Object ? 2 : nil ? 1 : 0;
+    return 0;
+}
+
+struct Fit {
+    bool ok = false;
+    bool exactCount = false;
+    int exactTypes = 0;
+};
+
+Fit fitOf(const Declaration& d, const std::vector<Value>& args) {
+    Fit f;
+    if (args.size() > d.params.size()) return f;
+    for (size_t i = args.size(); i < d.params.size(); ++i) {
+        if (!d.params[i].defaultValue) return f;
+    }
+    for (size_t i = 0; i < args.size(); ++i) {
+        int a = acceptance(d.params[i].type, args[i]);
+        if (a == 0) return f;
+        f.exactTypes += a == 2;
+    }
+    f.ok = true;
+    f.exactCount = args.size() == d.params.size();
+    return f;
+}
+
+bool better(const Fit& a, const Fit& b) {
+    if (a.exactCount != b.exactCount) return a.exactCount;
+    return a.exactTypes > b.exactTypes;
+}
+
+std::string describeArgs(const std::vector<Value>& args) {
+    std::string s = "(";
+    for (size_t i = 0; i < args.size(); ++i)
+        s += (i ? ", " : "") + std::string(valueTypeName(args[i]));
+    return s + ")";
+}
+
+Value defaultValue(const Parameter& p, std::string_view whole) {
+    const std::string& t = *p.defaultValue;
+    auto bad = [&]() -> std::invalid_argument {
+        return std::invalid_argument("cannot read the default \"" + t + "\" of " + p.name +
+                                     " in \"" + std::string(whole) + "\"");
+    };
+    if (equalsIgnoringCase(t, "nil")) return Value::nil();
+    if (p.type == "Boolean") {
+        if (equalsIgnoringCase(t, "true")) return Value::boolean(true);
+        if (equalsIgnoringCase(t, "false")) return Value::boolean(false);
+        throw bad();
+    }
+    if (p.type == "Integer" || p.type == "Double") {
+        const char* s = t.c_str();
+        char* end = nullptr;
+        errno = 0;
+        if (p.type == "Integer") {
+            long long v = t.size() > 2 && t[0] == '&' && (t[1] == 'h' || t[1] == 'H')
+                              ? std::strtoll(s + 2, &end, 16)
+                              : std::strtoll(s, &end, 10);
+            if (*end != '\0' || errno != 0) throw bad();
+            return Value::integer(v);
+        }
+        double v = std::strtod(s, &end);
+        if (*end != '\0') throw bad();
+        return Value::real(v);
+    }
+    if (p.type == "String" && t.size() >= 2 && t.front() == '"' && t.back() == '"') {
+        return Value::string(t.substr(1, t.size() - 2));
+    }
+    throw bad();
+}
+
+ffi_type* ffiType(const std::string& t) {
+    if (t == "Integer") return &ffi_type_sint64;
+    if (t == "Boolean") return &ffi_type_uint8;
+    if (t == "Double") return &ffi_type_double;
+    return &ffi_type_pointer;  // String, Ptr, MemoryBlock, String(), classes
+}
+
+// Hands the exception the running call raised (if any) to the caller and releases it.
+std::optional<RaisedException> takePending(Host::State& st) {
+    Object* e = st.pending;
+    if (e == nullptr) return std::nullopt;
+    st.pending = nullptr;
+    RaisedException raised;
+    raised.className = e->className;
+    if (PropValue* m = findProp(e, "Message"); m && m->string) {
+        raised.message = stringAsUTF8(st, m->string);
+    }
+    if (PropValue* n = findProp(e, "ErrorNumber")) raised.errorNumber = n->integer;
+    unlockObject(st, e);
+    return raised;
+}
+
+// Calls a handler with the C types of its declared parameters and adopts its result.
+CallResult invoke(Host::State& st, REALproc function, const std::vector<std::string>& types,
+                  const std::string& resultType, const std::vector<Value>& args) {
+    if (function == nullptr) throw std::invalid_argument("the method has no handler");
+    union Slot {
+        void* p;
+        int64_t i;
+        double d;
+        uint8_t b;
+    };
+    size_t n = types.size();
+    std::vector<Slot> slots(n);
+    std::vector<void*> values(n);
+    std::vector<ffi_type*> ffiTypes(n);
+    for (size_t i = 0; i < n; ++i) {
+        const std::string& t = types[i];
+        const Value& v = args[i];
+        ffiTypes[i] = ffiType(t);
+        if (t == "Integer") {
+            slots[i].i = v.asInteger();
+        } else if (t == "Boolean") {
+            slots[i].b = v.asBoolean() ? 1 : 0;
+        } else if (t == "Double") {
+            slots[i].d = v.asDouble();
+        } else if (t == "Ptr") {
+            slots[i].p = v.type() == Value::Type::Ptr ? v.asPointer() : nullptr;
+        } else if (t == "String") {
+            slots[i].p = v.stringHandle();
+        } else {
+            slots[i].p = v.objectHandle();
+        }
+        values[i] = &slots[i];
+    }
+    ffi_type* rtype = resultType.empty() ? &ffi_type_void : ffiType(resultType);
+    ffi_cif cif;
+    if (ffi_prep_cif(&cif, FFI_DEFAULT_ABI, static_cast<unsigned>(n), rtype, ffiTypes.data()) !=
+        FFI_OK) {
+        throw std::runtime_error("libffi cannot prepare the call");
+    }
+    union {
+        ffi_arg a;
+        ffi_sarg s;
+        double d;
+        void* p;
+    } ret{};
+    if (st.pending != nullptr) unlockObject(st, st.pending);
+    st.pending = nullptr;
+    ffi_call(&cif, FFI_FN(function), &ret, values.data());
+
+    CallResult result;
+    const std::string& r = resultType;
+    if (r == "Integer") {
+        result.value = Value::integer(static_cast<int64_t>(ret.s));
+    } else if (r == "Boolean") {
+        result.value = Value::boolean((ret.a & 0xFF) != 0);
+    } else if (r == "Double") {
+        result.value = Value::real(ret.d);
+    } else if (r == "Ptr") {
+        result.value = Value::pointer(ret.p);
+    } else if (r == "String") {
+        auto s = static_cast<REALstring>(ret.p);
+        if (s != nullptr && liveString(st, s) == nullptr) s = nullptr;  // misuse noted
+        result.value = Value::adoptString(s);
+    } else if (!r.empty()) {
+        auto o = static_cast<REALobject>(ret.p);
+        if (o != nullptr && liveObject(st, o) == nullptr) o = nullptr;
+        Value::Type type = r == "MemoryBlock" ? Value::Type::MemoryBlock
+                           : r == "String()"  ? Value::Type::Array
+                                              : Value::Type::Object;
+        result.value = Value::adoptObject(o, type);
+    }
+    result.exception = takePending(st);
+    if (result.exception) result.value = Value::nil();  // a raising call has no result
+    return result;
+}
+
+std::vector<std::string> typesOf(const Declaration& d) {
+    std::vector<std::string> t;
+    for (const Parameter& p : d.params) t.push_back(p.type);
+    return t;
+}
+
+const RegisteredMethod* findExtension(const Host& h, bool setter) {
+    for (const RegisteredClassExtension& c : h.classExtensions()) {
+        if (!equalsIgnoringCase(c.className, "StyledText")) continue;
+        for (const RegisteredMethod& m : c.methods) {
+            if (m.parseError.empty() && equalsIgnoringCase(m.declaration.name, "RTFDataKXT") &&
+                (setter ? m.setter : m.function) != nullptr) {
+                return &m;
+            }
+        }
+    }
+    return nullptr;
+}
+
+const RegisteredProperty* findDebugging(const Host& h) {
+    for (const RegisteredModule& m : h.modules()) {
+        for (const RegisteredProperty& p : m.properties) {
+            if (equalsIgnoringCase(p.name, "Debugging")) return &p;
+        }
+    }
+    return nullptr;
+}
+
+std::string copyPluginFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) throw std::runtime_error("cannot read the plugin " + path);
+    const char* dir = std::getenv("TMPDIR");
+    std::string tmpl = std::string(dir && *dir ? dir : "/tmp") + "/kxt-plugin-XXXXXX";
+    int fd = mkstemp(tmpl.data());
+    if (fd < 0) throw std::runtime_error("cannot create a copy of the plugin in " + tmpl);
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    const std::string data = bytes.str();
+    size_t done = 0;
+    while (done < data.size()) {
+        ssize_t w = ::write(fd, data.data() + done, data.size() - done);
+        if (w <= 0) {
+            ::close(fd);
+            ::unlink(tmpl.c_str());
+            throw std::runtime_error("cannot write the copy of the plugin " + tmpl);
+        }
+        done += static_cast<size_t>(w);
+    }
+    ::close(fd);
+    return tmpl;
+}
+
+}  // namespace
+
+Host::State* currentState() {
+    return gCurrent ? HostAccess::state(*gCurrent) : nullptr;
+}
+
+void* resolve(const char* name) {
+    if (gCurrent == nullptr || name == nullptr || isHidden(name)) return nullptr;
+    auto it = serviceTable().find(name);
+    return it == serviceTable().end() ? nullptr : it->second;
+}
+
+// ---- Host -------------------------------------------------------------------------------------
+
+Host::Host(HostOptions options) : options_(std::move(options)) {
+    if (gCurrent != nullptr) throw std::logic_error("only one xhost::Host may be alive at a time");
+    copyPath_ = copyPluginFile(options_.pluginPath);
+    state_ = new State;
+    state_->hostSerial = ++gHostSerials;
+    gCurrent = this;
+    library_ = dlopen(copyPath_.c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* entry = library_ ? dlsym(library_, "REALPluginMain") : nullptr;
+    if (entry == nullptr) {
+        std::string why = library_ ? "the plugin exports no REALPluginMain" : dlerror();
+        if (library_) dlclose(library_);
+        ::unlink(copyPath_.c_str());
+        gCurrent = nullptr;
+        delete state_;
+        throw std::runtime_error("cannot load " + options_.pluginPath + ": " + why);
+    }
+    reinterpret_cast<void (*)(REALResolver)>(entry)(&resolve);
+    if (state_->pending != nullptr) {
+        misuse(*state_, "an exception was raised while the plugin started");
+        unlockObject(*state_, state_->pending);
+        state_->pending = nullptr;
+    }
+}
+
+Host::~Host() {
+    if (library_ != nullptr) dlclose(library_);
+    ::unlink(copyPath_.c_str());
+    freeEverything(*state_);
+    delete state_;
+    gCurrent = nullptr;
+}
+
+Host* Host::current() {
+    return gCurrent;
+}
+
+const std::vector<RegisteredModule>& Host::modules() const {
+    return state_->modules;
+}
+const std::vector<RegisteredMethod>& Host::globalMethods() const {
+    return state_->globals;
+}
+const std::vector<RegisteredClassExtension>& Host::classExtensions() const {
+    return state_->extensions;
+}
+uint32_t Host::announcedInterfaceVersion() const {
+    return state_->interfaceVersion;
+}
+
+std::vector<const RegisteredMethod*> Host::overloads(std::string_view name) const {
+    std::vector<const RegisteredMethod*> out;
+    for (const RegisteredModule& m : state_->modules) {
+        for (const RegisteredMethod& r : m.methods) {
+            if (equalsIgnoringCase(r.declaration.name, name)) out.push_back(&r);
+        }
+    }
+    for (const RegisteredMethod& r : state_->globals) {
+        if (equalsIgnoringCase(r.declaration.name, name)) out.push_back(&r);
+    }
+    return out;
+}
+
+CallResult Host::call(std::string_view name, const std::vector<Value>& args) {
+    auto candidates = overloads(name);
+    if (candidates.empty()) {
+        throw std::invalid_argument("no method named " + std::string(name) + " is registered");
+    }
+    const RegisteredMethod* best = nullptr;
+    Fit bestFit;
+    for (const RegisteredMethod* m : candidates) {
+        if (!m->parseError.empty()) continue;
+        Fit f = fitOf(m->declaration, args);
+        if (f.ok && (best == nullptr || better(f, bestFit))) {
+            best = m;
+            bestFit = f;
+        }
+    }
+    if (best == nullptr) {
+        std::string msg = "no overload of " + std::string(name) + " accepts " + describeArgs(args) +
+                          "; overloads:";
+        for (const RegisteredMethod* m : candidates) msg += " \"" + m->declarationText + "\"";
+        throw std::invalid_argument(msg);
+    }
+    return callMethod(*best, args);
+}
+
+CallResult Host::callMethod(const RegisteredMethod& method, const std::vector<Value>& args) {
+    if (!method.parseError.empty()) throw std::invalid_argument(method.parseError);
+    const Declaration& d = method.declaration;
+    if (!fitOf(d, args).ok) {
+        throw std::invalid_argument("\"" + method.declarationText + "\" does not accept " +
+                                    describeArgs(args));
+    }
+    std::vector<Value> full = args;
+    for (size_t i = args.size(); i < d.params.size(); ++i) {
+        full.push_back(defaultValue(d.params[i], method.declarationText));
+    }
+    return invoke(*state_, method.function, typesOf(d), d.resultType, full);
+}
+
+CallResult Host::getRTF(const Value& styledText, bool skipParagraphs) {
+    if (const RegisteredMethod* m = findExtension(*this, false)) {
+        std::vector<std::string> types = typesOf(m->declaration);
+        types.insert(types.begin(), "StyledText");
+        return invoke(*state_, m->function, types, m->declaration.resultType,
+                      {styledText, Value::boolean(skipParagraphs)});
+    }
+    for (const RegisteredMethod* m : overloads("RTFDataKXT")) {
+        const auto& p = m->declaration.params;
+        if (!p.empty() && p.front().extends && !p.back().assigns) {
+            return callMethod(*m, {styledText, Value::boolean(skipParagraphs)});
+        }
+    }
+    throw std::invalid_argument("the plugin registered no getter of RTFDataKXT");
+}
+
+CallResult Host::setRTF(const Value& styledText, const Value& rtf, bool skipParagraphs) {
+    if (const RegisteredMethod* m = findExtension(*this, true)) {
+        std::vector<std::string> types = typesOf(m->declaration);
+        types.insert(types.begin(), "StyledText");
+        types.push_back(m->declaration.resultType);
+        return invoke(*state_, m->setter, types, "",
+                      {styledText, Value::boolean(skipParagraphs), rtf});
+    }
+    for (const RegisteredMethod* m : overloads("RTFDataKXT")) {
+        const auto& p = m->declaration.params;
+        if (!p.empty() && p.front().extends && p.back().assigns) {
+            return callMethod(*m, {styledText, Value::boolean(skipParagraphs), rtf});
+        }
+    }
+    throw std::invalid_argument("the plugin registered no setter of RTFDataKXT");
+}
+
+bool Host::setDebugging(bool on) {
+    const RegisteredProperty* p = findDebugging(*this);
+    if (p == nullptr || p->setter == nullptr) return false;
+    reinterpret_cast<void (*)(RBBoolean)>(p->setter)(on);
+    return true;
+}
+
+std::optional<bool> Host::debugging() {
+    const RegisteredProperty* p = findDebugging(*this);
+    if (p == nullptr || p->getter == nullptr) return std::nullopt;
+    return reinterpret_cast<RBBoolean (*)()>(p->getter)();
+}
+
+// ---- Objects for tests ------------------------------------------------------------------------
+
+Value Host::newObject(const std::string& className) {
+    Object* o = xhost::newObject(*state_, className);
+    if (o == nullptr) throw std::invalid_argument("the host has no class " + className);
+    Value::Type type =
+        o->kind == ObjectKind::MemoryBlock ? Value::Type::MemoryBlock : Value::Type::Object;
+    return Value::adoptObject(reinterpret_cast<REALobject>(o), type);
+}
+
+Value Host::newStyledText(const std::vector<RunSpec>& runs) {
+    Value text = newObject("StyledText");
+    Object* t = liveObject(*state_, text.objectHandle());
+    for (const RunSpec& spec : runs) {
+        Object* run = xhost::newObject(*state_, "StyleRun");
+        auto setString = [&](const char* name, const std::string& value) {
+            PropValue* p = findProp(run, name);
+            if (p == nullptr && std::strcmp(name, "Font") == 0) p = findProp(run, "FontName");
+            p->string = newString(*state_, value.data(), value.size(), kREALTextEncodingUTF8);
+        };
+        setString("Text", spec.text);
+        setString("Font", spec.font);
+        findProp(run, "Size")->integer = spec.size;
+        findProp(run, "Bold")->integer = spec.bold;
+        findProp(run, "Italic")->integer = spec.italic;
+        findProp(run, "Underline")->integer = spec.underline;
+        findProp(run, "TextColor")->integer = spec.color;
+        t->runs.push_back(run);  // the new run's one reference now belongs to the styled text
+        run->owners.push_back(t);
+    }
+    t->paragraphsValid = false;
+    return text;
+}
+
+namespace {
+Object* styledTextOf(Host::State& st, const Value& v) {
+    Object* t = v.type() == Value::Type::Object ? liveObject(st, v.objectHandle()) : nullptr;
+    if (t == nullptr || t->kind != ObjectKind::StyledText) {
+        throw std::invalid_argument("the value is not a StyledText");
+    }
+    return t;
+}
+}  // namespace
+
+std::vector<RunSpec> Host::styleRuns(const Value& styledText) {
+    Object* t = styledTextOf(*state_, styledText);
+    std::vector<RunSpec> out;
+    for (Object* run : t->runs) {
+        RunSpec r;
+        auto stringProp = [&](const char* name) {
+            PropValue* p = findProp(run, name);
+            return p && p->string ? stringAsUTF8(*state_, p->string) : std::string();
+        };
+        r.text = stringProp("Text");
+        r.font = stringProp(options_.styleRunFontName ? "FontName" : "Font");
+        r.size = findProp(run, "Size")->integer;
+        r.bold = findProp(run, "Bold")->integer != 0;
+        r.italic = findProp(run, "Italic")->integer != 0;
+        r.underline = findProp(run, "Underline")->integer != 0;
+        r.color = static_cast<uint32_t>(findProp(run, "TextColor")->integer);
+        out.push_back(std::move(r));
+    }
+    return out;
+}
+
+std::vector<ParagraphSpec> Host::paragraphs(const Value& styledText) {
+    return paragraphsOf(*state_, styledTextOf(*state_, styledText));
+}
+
+void Host::setParagraphAlignment(const Value& styledText, int64_t index, int64_t alignment) {
+    Object* t = styledTextOf(*state_, styledText);
+    if (index < 0 || index >= static_cast<int64_t>(paragraphsOf(*state_, t).size())) {
+        throw std::invalid_argument("no paragraph " + std::to_string(index));
+    }
+    t->alignments[index] = alignment;
+}
+
+// ---- Accounting -------------------------------------------------------------------------------
+
+size_t Host::liveStrings() const {
+    return state_->strings.size();
+}
+size_t Host::liveObjects() const {
+    return state_->objects.size();
+}
+size_t Host::outstandingStringData() const {
+    return state_->stringData.size();
+}
+int64_t Host::yieldCount() const {
+    return state_->yields;
+}
+std::vector<std::string> Host::misuses() const {
+    return state_->misuses;
+}
+
+std::string Host::describeLive() const {
+    std::vector<std::pair<uint64_t, std::string>> lines;
+    for (const void* block : state_->strings) {
+        auto* h = static_cast<const StringHeader*>(block);
+        std::string_view bytes(static_cast<const char*>(block) + kREALStringDataOffset,
+                               static_cast<size_t>(h->length));
+        std::string preview;
+        for (char c : bytes.substr(0, 24)) {
+            auto u = static_cast<unsigned char>(c);
+            if (u >= 0x20 && u < 0x7F && u != '"' && u != '\\') {
+                preview += c;
+            } else {
+                char buf[8];
+                std::snprintf(buf, sizeof buf, "\\x%02X", u);
+                preview += buf;
+            }
+        }
+        if (bytes.size() > 24) preview += "...";
+        char buf[160];
+        std::snprintf(buf, sizeof buf, "string %p #%llu refs %lld, %s, %lld bytes: \"", block,
+                      static_cast<unsigned long long>(h->serial), static_cast<long long>(h->refs),
+                      encodings::nameOf(h->encoding).c_str(), static_cast<long long>(h->length));
+        lines.emplace_back(h->serial, buf + preview + "\"");
+    }
+    for (const Object* o : state_->objects) {
+        char buf[200];
+        std::snprintf(buf, sizeof buf, "object %p #%llu %s, refs %lld", static_cast<const void*>(o),
+                      static_cast<unsigned long long>(o->serial), o->className.c_str(),
+                      static_cast<long long>(o->refs));
+        lines.emplace_back(o->serial, buf);
+    }
+    std::sort(lines.begin(), lines.end());
+    std::string out = std::to_string(state_->strings.size()) + " live strings, " +
+                      std::to_string(state_->objects.size()) + " live objects, " +
+                      std::to_string(state_->stringData.size()) + " string-data records\n";
+    for (auto& [serial, line] : lines) out += "  " + line + "\n";
+    for (const std::string& m : state_->misuses) out += "  misuse: " + m + "\n";
+    return out;
+}
+
+}  // namespace xhost
+
+namespace xhost {
+
+void* Host::resolve(const char* name) {
+    return xhost::resolve(name);
+}
+
+std::optional<RaisedException> Host::runAsCall(const std::function<void()>& body) {
+    State& st = *state_;
+    if (st.pending != nullptr) unlockObject(st, st.pending);
+    st.pending = nullptr;
+    body();
+    return takePending(st);
+}
+
+}  // namespace xhost

@@ -1,0 +1,574 @@
+// Host objects: a small class model (class name, reference count, typed properties, methods
+// found by declaration), MemoryBlocks, string arrays, exceptions and the styled-text classes.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "Encodings.h"
+#include "HostInternal.h"
+#include "HostServices.h"
+
+namespace xhost {
+
+namespace {
+
+struct PropDef {
+    const char* name;
+    PropType type;
+};
+
+struct ClassDef {
+    const char* name;
+    ObjectKind kind;
+    std::vector<PropDef> props;
+};
+
+const std::vector<ClassDef>& classes() {
+    static const std::vector<ClassDef> defs = {
+        {"MemoryBlock", ObjectKind::MemoryBlock, {}},
+        {"RuntimeException",
+         ObjectKind::Plain,
+         {{"Message", PropType::String}, {"ErrorNumber", PropType::Integer}}},
+        {"OutOfMemoryException",
+         ObjectKind::Plain,
+         {{"Message", PropType::String}, {"ErrorNumber", PropType::Integer}}},
+        {"OutOfBoundsException",
+         ObjectKind::Plain,
+         {{"Message", PropType::String}, {"ErrorNumber", PropType::Integer}}},
+        {"StyledText", ObjectKind::StyledText, {}},
+        {"StyleRun",
+         ObjectKind::Plain,
+         {{"Text", PropType::String},
+          {"Font", PropType::String},
+          {"Size", PropType::Integer},
+          {"Bold", PropType::Boolean},
+          {"Italic", PropType::Boolean},
+          {"Underline", PropType::Boolean},
+          {"TextColor", PropType::Color}}},
+        {"Paragraph",
+         ObjectKind::Plain,
+         {{"StartPos", PropType::Integer},
+          {"EndPos", PropType::Integer},
+          {"Alignment", PropType::Integer}}},
+    };
+    return defs;
+}
+
+Object* registerObject(Host::State& st, Object* o) {
+    o->serial = st.nextSerial++;
+    st.objects.insert(o);
+    return o;
+}
+
+bool isClass(const Object* o, std::string_view name) {
+    return o != nullptr && equalsIgnoringCase(o->className, name);
+}
+
+// Objects of the services: the handle must be live; a nil handle is not a misuse.
+Object* serviceObject(const void* handle) {
+    Host::State* st = currentState();
+    if (st == nullptr || handle == nullptr) return nullptr;
+    return liveObject(*st, handle);
+}
+
+// ---- Styled text ------------------------------------------------------------------------------
+
+void invalidateParagraphs(Object* styledText) {
+    styledText->paragraphsValid = false;
+    styledText->paragraphEnds.clear();
+}
+
+// Extends the paragraph structure by a run's text. Line ends are CR, LF or CR LF (one line end,
+// also when the pair spans two runs); positions count code points.
+void extendParagraphs(Object* t, std::string_view utf8) {
+    for (char ch : utf8) {
+        auto c = static_cast<unsigned char>(ch);
+        if ((c & 0xC0) == 0x80) continue;  // continuation byte: same character
+        int64_t pos = t->characters++;
+        if (c == '\n' && t->lastWasCR) {
+            t->paragraphEnds.back().second = pos;
+            t->lastWasCR = false;
+            continue;
+        }
+        if (c == '\r' || c == '\n') {
+            t->paragraphEnds.emplace_back(t->openStart >= 0 ? t->openStart : pos, pos);
+            t->openStart = -1;
+        } else if (t->openStart < 0) {
+            t->openStart = pos;
+        }
+        t->lastWasCR = c == '\r';
+    }
+}
+
+void ensureParagraphs(Host::State& st, Object* t) {
+    if (t->paragraphsValid) return;
+    t->paragraphEnds.clear();
+    t->characters = 0;
+    t->openStart = -1;
+    t->lastWasCR = false;
+    for (Object* run : t->runs) {
+        PropValue* text = findProp(run, "Text");
+        if (text != nullptr && text->string != nullptr) {
+            extendParagraphs(t, stringAsUTF8(st, text->string));
+        }
+    }
+    t->paragraphsValid = true;
+}
+
+int64_t paragraphCount(Host::State& st, Object* t) {
+    ensureParagraphs(st, t);
+    return static_cast<int64_t>(t->paragraphEnds.size()) + (t->openStart >= 0 ? 1 : 0);
+}
+
+std::pair<int64_t, int64_t> paragraphRange(Object* t, int64_t index) {
+    if (index < static_cast<int64_t>(t->paragraphEnds.size())) return t->paragraphEnds[index];
+    return {t->openStart, t->characters - 1};
+}
+
+void removeOwner(Object* run, Object* owner) {
+    auto it = std::find(run->owners.begin(), run->owners.end(), owner);
+    if (it != run->owners.end()) run->owners.erase(it);
+}
+
+void outOfBounds(Host::State& st, const char* method, int64_t index) {
+    char buf[120];
+    std::snprintf(buf, sizeof buf, "%s: index %lld is out of bounds", method,
+                  static_cast<long long>(index));
+    raise(st, "OutOfBoundsException", buf);
+}
+
+// Object methods, called by the plugin with the object first.
+REALobject styledTextStyleRun(REALobject self, RBInteger index) {
+    Host::State* st = currentState();
+    Object* t = serviceObject(self);
+    if (st == nullptr || !isClass(t, "StyledText")) return nullptr;
+    if (index < 0 || index >= static_cast<int64_t>(t->runs.size())) {
+        outOfBounds(*st, "StyleRun", index);
+        return nullptr;
+    }
+    return reinterpret_cast<REALobject>(t->runs[index]);  // borrowed: the styled text owns it
+}
+
+REALobject styledTextParagraph(REALobject self, RBInteger index) {
+    Host::State* st = currentState();
+    Object* t = serviceObject(self);
+    if (st == nullptr || !isClass(t, "StyledText")) return nullptr;
+    if (index < 0 || index >= paragraphCount(*st, t)) {
+        outOfBounds(*st, "Paragraph", index);
+        return nullptr;
+    }
+    auto [start, end] = paragraphRange(t, index);
+    Object* p = newObject(*st, "Paragraph");
+    findProp(p, "StartPos")->integer = start;
+    findProp(p, "EndPos")->integer = end;
+    auto a = t->alignments.find(index);
+    findProp(p, "Alignment")->integer = a == t->alignments.end() ? 0 : a->second;
+    return reinterpret_cast<REALobject>(p);
+}
+
+void styledTextRemoveStyleRun(REALobject self, RBInteger index) {
+    Host::State* st = currentState();
+    Object* t = serviceObject(self);
+    if (st == nullptr || !isClass(t, "StyledText")) return;
+    if (index < 0 || index >= static_cast<int64_t>(t->runs.size())) {
+        outOfBounds(*st, "RemoveStyleRun", index);
+        return;
+    }
+    Object* run = t->runs[index];
+    t->runs.erase(t->runs.begin() + index);
+    removeOwner(run, t);
+    invalidateParagraphs(t);
+    unlockObject(*st, run);
+}
+
+void styledTextAppendStyleRun(REALobject self, REALobject runHandle) {
+    Host::State* st = currentState();
+    Object* t = serviceObject(self);
+    Object* run = serviceObject(runHandle);
+    if (st == nullptr || !isClass(t, "StyledText") || !isClass(run, "StyleRun")) return;
+    lockObject(*st, run);
+    t->runs.push_back(run);
+    run->owners.push_back(t);
+    if (t->paragraphsValid) {
+        PropValue* text = findProp(run, "Text");
+        if (text != nullptr && text->string != nullptr) {
+            extendParagraphs(t, stringAsUTF8(*st, text->string));
+        }
+    }
+}
+
+void styledTextParagraphAlignment(REALobject self, RBInteger index, RBInteger value) {
+    Host::State* st = currentState();
+    Object* t = serviceObject(self);
+    if (st == nullptr || !isClass(t, "StyledText")) return;
+    if (index < 0 || index >= paragraphCount(*st, t)) {
+        outOfBounds(*st, "ParagraphAlignment", index);
+        return;
+    }
+    t->alignments[index] = value;
+}
+
+void memoryBlockConstructor(REALobject self, RBInteger bytes) {
+    Host::State* st = currentState();
+    Object* mb = serviceObject(self);
+    Host* host = Host::current();
+    if (st == nullptr || mb == nullptr || mb->kind != ObjectKind::MemoryBlock) return;
+    if (host->options().failMemoryBlocks || bytes <= 0) return;
+    void* data = std::calloc(static_cast<size_t>(bytes), 1);
+    if (data == nullptr) return;  // allocation failed: the block stays empty
+    std::free(mb->data);
+    mb->data = static_cast<char*>(data);
+    mb->size = bytes;
+}
+
+struct MethodDef {
+    const char* className;
+    const char* declaration;
+    void* function;
+};
+
+const std::vector<MethodDef>& methods() {
+    static const std::vector<MethodDef> defs = {
+        {"MemoryBlock", "Constructor(bytes as Integer)",
+         reinterpret_cast<void*>(&memoryBlockConstructor)},
+        {"StyledText", "StyleRun(Index as Integer) As StyleRun",
+         reinterpret_cast<void*>(&styledTextStyleRun)},
+        {"StyledText", "Paragraph(Index as Integer) As Paragraph",
+         reinterpret_cast<void*>(&styledTextParagraph)},
+        {"StyledText", "RemoveStyleRun(Index as Integer)",
+         reinterpret_cast<void*>(&styledTextRemoveStyleRun)},
+        {"StyledText", "AppendStyleRun(Run as StyleRun)",
+         reinterpret_cast<void*>(&styledTextAppendStyleRun)},
+        {"StyledText", "ParagraphAlignment(Index As Integer, assigns _value as Integer)",
+         reinterpret_cast<void*>(&styledTextParagraphAlignment)},
+    };
+    return defs;
+}
+
+void releaseContents(Host::State& st, Object* o) {
+    for (PropValue& p : o->props) {
+        if (p.string != nullptr) unlockString(st, p.string);
+        p.string = nullptr;
+    }
+    for (REALstring s : o->elements) {
+        if (s != nullptr) unlockString(st, s);
+    }
+    o->elements.clear();
+    std::vector<Object*> runs;
+    runs.swap(o->runs);
+    for (Object* run : runs) {
+        removeOwner(run, o);
+        unlockObject(st, run);
+    }
+    std::free(o->data);
+    o->data = nullptr;
+    o->size = 0;
+}
+
+}  // namespace
+
+Object* newObject(Host::State& st, std::string_view className) {
+    for (const ClassDef& def : classes()) {
+        if (!equalsIgnoringCase(def.name, className)) continue;
+        auto* o = new Object;
+        o->className = def.name;
+        o->kind = def.kind;
+        bool fontName = Host::current() && Host::current()->options().styleRunFontName;
+        for (const PropDef& p : def.props) {
+            std::string name = p.name;
+            if (name == "Font" && fontName) name = "FontName";
+            o->props.push_back(PropValue{name, p.type});
+        }
+        return registerObject(st, o);
+    }
+    return nullptr;
+}
+
+Object* liveObject(Host::State& st, const void* handle) {
+    if (handle == nullptr) return nullptr;
+    auto* o = static_cast<const Object*>(handle);
+    if (st.objects.count(o) == 0 || o->magic != kObjectMagic) {
+        char buf[80];
+        std::snprintf(buf, sizeof buf, "unknown or released object handle %p", handle);
+        misuse(st, buf);
+        return nullptr;
+    }
+    return const_cast<Object*>(o);
+}
+
+void lockObject(Host::State&, Object* o) {
+    if (o != nullptr) ++o->refs;
+}
+
+void unlockObject(Host::State& st, Object* o) {
+    if (o == nullptr || --o->refs > 0) return;
+    releaseContents(st, o);
+    o->magic = kDeadMagic;
+    st.objects.erase(o);
+    delete o;
+}
+
+PropValue* findProp(Object* o, std::string_view name) {
+    if (o == nullptr) return nullptr;
+    for (PropValue& p : o->props) {
+        if (equalsIgnoringCase(p.name, name)) return &p;
+    }
+    return nullptr;
+}
+
+void* objectMethod(Object* o, std::string_view declaration) {
+    if (o == nullptr) return nullptr;
+    std::string wanted = normalizeDeclaration(declaration);
+    for (const MethodDef& m : methods()) {
+        if (isClass(o, m.className) && normalizeDeclaration(m.declaration) == wanted) {
+            return m.function;
+        }
+    }
+    return nullptr;
+}
+
+void raise(Host::State& st, std::string_view className, std::string_view message) {
+    Object* e = newObject(st, className);
+    if (e == nullptr) e = newObject(st, "RuntimeException");
+    findProp(e, "Message")->string =
+        newString(st, message.data(), message.size(), kREALTextEncodingUTF8);
+    if (st.pending != nullptr) unlockObject(st, st.pending);
+    st.pending = e;
+}
+
+void freeEverything(Host::State& st) {
+    for (const Object* o : st.objects) delete o;
+    st.objects.clear();
+    for (const void* s : st.strings) std::free(const_cast<void*>(s));
+    st.strings.clear();
+    for (const StringDataRecord* r : st.stringData) delete r;
+    st.stringData.clear();
+    st.pending = nullptr;
+}
+
+std::string styledTextUTF8(Host::State& st, Object* t) {
+    std::string text;
+    for (Object* run : t->runs) {
+        PropValue* p = findProp(run, "Text");
+        if (p != nullptr && p->string != nullptr) text += stringAsUTF8(st, p->string);
+    }
+    return text;
+}
+
+std::vector<ParagraphSpec> paragraphsOf(Host::State& st, Object* t) {
+    std::vector<ParagraphSpec> out;
+    int64_t count = paragraphCount(st, t);
+    for (int64_t i = 0; i < count; ++i) {
+        auto [start, end] = paragraphRange(t, i);
+        auto a = t->alignments.find(i);
+        out.push_back({start, end, a == t->alignments.end() ? 0 : a->second});
+    }
+    return out;
+}
+
+namespace services {
+
+REALobject newInstance(const char* className) {
+    Host::State* st = currentState();
+    if (st == nullptr || className == nullptr) return nullptr;
+    return reinterpret_cast<REALobject>(newObject(*st, className));
+}
+
+void lockObjectService(REALobject o) {
+    if (Host::State* st = currentState()) lockObject(*st, liveObject(*st, o));
+}
+
+void unlockObjectService(REALobject o) {
+    if (Host::State* st = currentState()) unlockObject(*st, liveObject(*st, o));
+}
+
+RBBoolean getPropString(REALobject handle, const char* name, REALstring* out) {
+    Host::State* st = currentState();
+    Object* o = serviceObject(handle);
+    if (o == nullptr || name == nullptr || out == nullptr) return false;
+    if (o->kind == ObjectKind::StyledText && equalsIgnoringCase(name, "Text")) {
+        std::string text = styledTextUTF8(*st, o);
+        *out = text.empty() ? nullptr
+                            : newString(*st, text.data(), text.size(), kREALTextEncodingUTF8);
+        return true;
+    }
+    PropValue* p = findProp(o, name);
+    if (p == nullptr || p->type != PropType::String) return false;
+    // Xojo makes no difference between nil and the empty string.
+    REALstring value = p->string;
+    if (value != nullptr && stringBytes(value).empty()) value = nullptr;
+    if (value != nullptr) lockString(*st, value);
+    *out = value;
+    return true;
+}
+
+RBBoolean setPropString(REALobject handle, const char* name, REALstring value) {
+    Host::State* st = currentState();
+    Object* o = serviceObject(handle);
+    if (o == nullptr || name == nullptr) return false;
+    if (value != nullptr && liveString(*st, value) == nullptr) return false;
+    if (o->kind == ObjectKind::StyledText && equalsIgnoringCase(name, "Text")) {
+        // Assigning the text replaces every run by one plain run.
+        Object* run = newObject(*st, "StyleRun");
+        if (value != nullptr) lockString(*st, value);
+        findProp(run, "Text")->string = value;
+        while (!o->runs.empty()) {
+            Object* old = o->runs.back();
+            o->runs.pop_back();
+            removeOwner(old, o);
+            unlockObject(*st, old);
+        }
+        o->alignments.clear();
+        invalidateParagraphs(o);
+        o->runs.push_back(run);
+        run->owners.push_back(o);
+        return true;
+    }
+    PropValue* p = findProp(o, name);
+    if (p == nullptr || p->type != PropType::String) return false;
+    if (value != nullptr) lockString(*st, value);
+    if (p->string != nullptr) unlockString(*st, p->string);
+    p->string = value;
+    if (equalsIgnoringCase(p->name, "Text")) {
+        for (Object* owner : o->owners) invalidateParagraphs(owner);
+    }
+    return true;
+}
+
+RBBoolean getPropBool(REALobject handle, const char* name, RBBoolean* out) {
+    Object* o = serviceObject(handle);
+    PropValue* p = name ? findProp(o, name) : nullptr;
+    if (p == nullptr || p->type != PropType::Boolean || out == nullptr) return false;
+    *out = p->integer != 0;
+    return true;
+}
+
+RBBoolean getPropColor(REALobject handle, const char* name, RBColor* out) {
+    Object* o = serviceObject(handle);
+    PropValue* p = name ? findProp(o, name) : nullptr;
+    if (p == nullptr || p->type != PropType::Color || out == nullptr) return false;
+    *out = static_cast<RBColor>(p->integer);
+    return true;
+}
+
+RBBoolean getPropInteger(REALobject handle, const char* name, RBInteger* out) {
+    Host::State* st = currentState();
+    Object* o = serviceObject(handle);
+    if (o == nullptr || name == nullptr || out == nullptr) return false;
+    if (o->kind == ObjectKind::StyledText) {
+        if (equalsIgnoringCase(name, "StyleRunCount")) {
+            *out = static_cast<RBInteger>(o->runs.size());
+            return true;
+        }
+        if (equalsIgnoringCase(name, "ParagraphCount")) {
+            *out = paragraphCount(*st, o);
+            return true;
+        }
+        return false;
+    }
+    if (o->kind == ObjectKind::MemoryBlock && equalsIgnoringCase(name, "Size")) {
+        *out = o->size;
+        return true;
+    }
+    PropValue* p = findProp(o, name);
+    if (p == nullptr || p->type != PropType::Integer) return false;
+    *out = p->integer;
+    return true;
+}
+
+RBBoolean setPropInteger(REALobject handle, const char* name, RBInteger value) {
+    Object* o = serviceObject(handle);
+    PropValue* p = name ? findProp(o, name) : nullptr;
+    if (p == nullptr || p->type != PropType::Integer) return false;
+    p->integer = value;
+    return true;
+}
+
+RBBoolean setPropUInt32(REALobject handle, const char* name, uint32_t value) {
+    Object* o = serviceObject(handle);
+    PropValue* p = name ? findProp(o, name) : nullptr;
+    if (p == nullptr || (p->type != PropType::Color && p->type != PropType::Integer)) return false;
+    p->integer = value;
+    return true;
+}
+
+RBBoolean setPropBoolean(REALobject handle, const char* name, RBBoolean value) {
+    Object* o = serviceObject(handle);
+    PropValue* p = name ? findProp(o, name) : nullptr;
+    if (p == nullptr || p->type != PropType::Boolean) return false;
+    p->integer = value ? 1 : 0;
+    return true;
+}
+
+REALarray createArray(int32_t elementType, RBInteger upperBound) {
+    Host::State* st = currentState();
+    if (st == nullptr) return nullptr;
+    if (elementType != kREALArrayTypeString || upperBound < -1) {
+        misuse(*st, "RuntimeArrayCreateSingleDimBoundedArray with element type " +
+                        std::to_string(elementType) + ", upper bound " +
+                        std::to_string(upperBound));
+        return nullptr;
+    }
+    auto* a = new Object;
+    a->className = "String()";
+    a->kind = ObjectKind::Array;
+    a->elements.assign(static_cast<size_t>(upperBound + 1), nullptr);
+    return reinterpret_cast<REALarray>(registerObject(*st, a));
+}
+
+void insertArrayString(REALarray array, RBInteger index, REALstring value) {
+    Host::State* st = currentState();
+    Object* a = serviceObject(array);
+    if (a == nullptr || a->kind != ObjectKind::Array) return;
+    if (index < 0 || index > static_cast<int64_t>(a->elements.size())) {
+        outOfBounds(*st, "Insert", index);
+        return;
+    }
+    if (value != nullptr && liveString(*st, value) == nullptr) return;
+    if (value != nullptr) lockString(*st, value);
+    a->elements.insert(a->elements.begin() + index, value);
+}
+
+RBInteger arrayUBound(REALarray array) {
+    Object* a = serviceObject(array);
+    if (a == nullptr || a->kind != ObjectKind::Array) return -1;
+    return static_cast<RBInteger>(a->elements.size()) - 1;
+}
+
+void raiseException(REALobject exception) {
+    Host::State* st = currentState();
+    Object* e = serviceObject(exception);
+    if (e == nullptr) return;
+    lockObject(*st, e);
+    if (st->pending != nullptr) unlockObject(*st, st->pending);
+    st->pending = e;
+}
+
+REALobject callWithExceptionHandler(void (*f)(void*), void* arg) {
+    Host::State* st = currentState();
+    if (st == nullptr || f == nullptr) return nullptr;
+    Object* outer = st->pending;
+    st->pending = nullptr;
+    f(arg);
+    Object* raised = st->pending;  // its reference passes to the caller
+    st->pending = outer;
+    return reinterpret_cast<REALobject>(raised);
+}
+
+void* memoryBlockGetPtr(REALmemoryBlock mb) {
+    Object* o = serviceObject(mb);
+    return o != nullptr && o->kind == ObjectKind::MemoryBlock ? o->data : nullptr;
+}
+
+RBInteger memoryBlockGetSize(REALmemoryBlock mb) {
+    Object* o = serviceObject(mb);
+    return o != nullptr && o->kind == ObjectKind::MemoryBlock ? o->size : 0;
+}
+
+void* loadObjectMethod(REALobject o, const char* declaration) {
+    if (declaration == nullptr) return nullptr;
+    return objectMethod(serviceObject(o), declaration);
+}
+
+}  // namespace services
+}  // namespace xhost

@@ -1,0 +1,188 @@
+// Host strings: reference-counted blocks with the bytes inline at a fixed offset, and the
+// string services of the resolver.
+#include <cstdlib>
+#include <cstring>
+
+#include "Encodings.h"
+#include "HostInternal.h"
+#include "HostServices.h"
+
+namespace xhost {
+
+namespace {
+char* dataOf(const void* handle) {
+    return static_cast<char*>(const_cast<void*>(handle)) + kREALStringDataOffset;
+}
+StringHeader* headerOf(const void* handle) {
+    return static_cast<StringHeader*>(const_cast<void*>(handle));
+}
+}  // namespace
+
+void misuse(Host::State& st, std::string message) {
+    if (st.misuses.size() < 1000) st.misuses.push_back(std::move(message));
+}
+
+REALstring newString(Host::State& st, const char* data, size_t length, uint32_t encoding) {
+    void* block = std::malloc(kREALStringDataOffset + length + 1);
+    if (block == nullptr) return nullptr;
+    std::memset(block, 0, kREALStringDataOffset);
+    StringHeader* h = headerOf(block);
+    h->magic = kStringMagic;
+    h->encoding = encoding;
+    h->refs = 1;
+    h->length = static_cast<int64_t>(length);
+    h->serial = st.nextSerial++;
+    if (length > 0) std::memcpy(dataOf(block), data, length);
+    dataOf(block)[length] = '\0';
+    st.strings.insert(block);
+    return static_cast<REALstring>(block);
+}
+
+StringHeader* liveString(Host::State& st, REALstring s) {
+    if (s == nullptr) return nullptr;
+    if (st.strings.count(s) == 0 || headerOf(s)->magic != kStringMagic) {
+        char buf[80];
+        std::snprintf(buf, sizeof buf, "unknown or released string handle %p", (void*)s);
+        misuse(st, buf);
+        return nullptr;
+    }
+    return headerOf(s);
+}
+
+std::string_view stringBytes(REALstring s) {
+    return {dataOf(s), static_cast<size_t>(headerOf(s)->length)};
+}
+
+void lockString(Host::State& st, REALstring s) {
+    if (StringHeader* h = liveString(st, s)) ++h->refs;
+}
+
+void unlockString(Host::State& st, REALstring s) {
+    StringHeader* h = liveString(st, s);
+    if (h == nullptr) return;
+    if (--h->refs > 0) return;
+    h->magic = kDeadMagic;
+    st.strings.erase(s);
+    std::free(s);
+}
+
+std::string stringAsUTF8(Host::State& st, REALstring s) {
+    StringHeader* h = liveString(st, s);
+    if (h == nullptr) return {};
+    auto converted = encodings::convert(stringBytes(s), h->encoding, kREALTextEncodingUTF8);
+    return converted ? *converted : std::string(stringBytes(s));
+}
+
+namespace services {
+
+REALstring buildString(const char* data, int32_t length) {
+    return buildStringWithEncoding(data, length, kREALTextEncodingUnknown);
+}
+
+REALstring buildStringWithEncoding(const char* data, int32_t length, uint32_t encoding) {
+    Host::State* st = currentState();
+    if (st == nullptr || length < 0 || (data == nullptr && length > 0)) return nullptr;
+    return newString(*st, data, static_cast<size_t>(length), encoding);
+}
+
+void lockStringService(REALstring s) {
+    if (Host::State* st = currentState()) lockString(*st, s);
+}
+
+void unlockStringService(REALstring s) {
+    if (Host::State* st = currentState()) unlockString(*st, s);
+}
+
+const char* getCString(REALstring s) {
+    Host::State* st = currentState();
+    if (st == nullptr || liveString(*st, s) == nullptr) return nullptr;
+    return dataOf(s);
+}
+
+uint32_t getStringEncoding(REALstring s) {
+    Host::State* st = currentState();
+    StringHeader* h = st ? liveString(*st, s) : nullptr;
+    return h ? h->encoding : kREALTextEncodingUnknown;
+}
+
+void setStringEncoding(REALstring s, uint32_t encoding) {
+    Host::State* st = currentState();
+    if (StringHeader* h = st ? liveString(*st, s) : nullptr) h->encoding = encoding;
+}
+
+REALstring convertString(REALstring s, uint32_t encoding) {
+    Host::State* st = currentState();
+    StringHeader* h = st ? liveString(*st, s) : nullptr;
+    if (h == nullptr) return nullptr;
+    auto converted = encodings::convert(stringBytes(s), h->encoding, encoding);
+    if (!converted) return nullptr;
+    return newString(*st, converted->data(), converted->size(), encoding);
+}
+
+RBBoolean getStringData(REALstring s, uint32_t encoding, REALstringData* out) {
+    Host::State* st = currentState();
+    if (st == nullptr || out == nullptr) return false;
+    StringHeader* h = liveString(*st, s);
+    if (h == nullptr) return false;
+    auto converted = encodings::convert(stringBytes(s), h->encoding, encoding);
+    if (!converted) return false;
+    auto* record = new StringDataRecord;
+    record->bytes = std::move(*converted);
+    st->stringData.insert(record);
+    out->data = record->bytes.c_str();
+    out->length = record->bytes.size();
+    out->encoding = encoding;
+    out->private1 = record;
+    out->private2 = kObjectMagic;
+    return true;
+}
+
+void disposeStringData(REALstringData* data) {
+    Host::State* st = currentState();
+    if (st == nullptr || data == nullptr) return;
+    auto* record = static_cast<const StringDataRecord*>(data->private1);
+    if (st->stringData.erase(record) == 0) {
+        misuse(*st, "PluginDisposeStringData of a record that is not outstanding");
+        return;
+    }
+    delete record;
+    data->data = nullptr;
+    data->length = 0;
+    data->private1 = nullptr;
+    data->private2 = 0;
+}
+
+int32_t compareStrings(REALstring a, REALstring b) {
+    Host::State* st = currentState();
+    if (st == nullptr) return 0;
+    std::string x = a ? stringAsUTF8(*st, a) : std::string();
+    std::string y = b ? stringAsUTF8(*st, b) : std::string();
+    return compareTexts(x, y);
+}
+
+int32_t compareTexts(std::string_view x, std::string_view y) {
+    size_t n = std::min(x.size(), y.size());
+    for (size_t i = 0; i < n; ++i) {
+        int cx = static_cast<unsigned char>(x[i]), cy = static_cast<unsigned char>(y[i]);
+        if (cx >= 'A' && cx <= 'Z') cx += 'a' - 'A';
+        if (cy >= 'A' && cy <= 'Z') cy += 'a' - 'A';
+        if (cx != cy) return cx < cy ? -1 : 1;
+    }
+    if (x.size() == y.size()) return 0;
+    return x.size() < y.size() ? -1 : 1;
+}
+
+RBInteger lenB(REALstring s) {
+    Host::State* st = currentState();
+    StringHeader* h = st ? liveString(*st, s) : nullptr;
+    return h ? h->length : 0;
+}
+
+RBInteger len(REALstring s) {
+    Host::State* st = currentState();
+    StringHeader* h = st ? liveString(*st, s) : nullptr;
+    return h ? encodings::characterCount(stringBytes(s), h->encoding) : 0;
+}
+
+}  // namespace services
+}  // namespace xhost
