@@ -467,3 +467,31 @@ TEST_F(RTFSetter, DebugLogFollowsTheBuilder) {
 }
 
 }  // namespace
+
+namespace {
+
+// The kxt tool's rtf command, run as a program.
+TEST(RTFTool, PrintsRunsParagraphsAndTheRTFReadBack) {
+    std::string command =
+        std::string(KXT_BINARY_DIR) + "/kxt rtf --roundtrip " + KXT_TEST_DATA + "/rtf/small.rtf";
+    FILE* pipe = popen(command.c_str(), "r");
+    ASSERT_NE(pipe, nullptr);
+    std::string out;
+    char buffer[4096];
+    for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) out.append(buffer, n);
+    EXPECT_EQ(pclose(pipe), 0);
+    EXPECT_EQ(out,
+              "runs: 3\n"
+              "  0: \"Title\" font=\"Arial\" size=12 color=#000000 bold\n"
+              "  1: \"\\r\" font=\"Arial\" size=12 color=#000000\n"
+              "  2: \"caf\xC3\xA9x\\r\" font=\"Arial\" size=12 color=#FF0000\n"
+              "paragraphs: 2\n"
+              "  0: 0-5 alignment=2 (centre)\n"
+              "  1: 6-11 alignment=1 (left)\n"
+              "rtf:\n"
+              "{\\rtf1\\ansi\\ansicpg1252{\\fonttbl{\\f0\\fnil Arial;}}{\\colortbl\\red0\\green0"
+              "\\blue0;\\red255\\green0\\blue0;}\\uc0 \\qc\\b\\f0\\fs24 Title\\b0 \\par \\ql\\cf1 "
+              "caf\\u233 x\\par }\n");
+}
+
+}  // namespace
