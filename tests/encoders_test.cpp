@@ -51,8 +51,8 @@ TEST_F(Encoders, EveryMethodIsRegisteredWithItsDeclaration) {
         "DecodingFromXMLKXT(s as string) as string",
         "EncodingToQuotedPrintableKXT(s as string, LineLen as integer = 72) as string",
         "DecodingFromQuotedPrintableKXT(s as string) as string",
-        "HexstringKXT(input as string, hexlen as integer, linelen as integer, linestart as "
-        "string, lineend as string, spacer as string,filler as string) as string",
+        ("HexstringKXT(input as string, hexlen as integer, linelen as integer, linestart as "
+         "string, lineend as string, spacer as string,filler as string) as string"),
         "EncodingToISO8859KXT(s as string) as string",
         "DecodingFromISO8859KXT(s as string) as string",
         "EncodingToCP1252KXT(s as string) as string",

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "KxtTest.h"
-#include "rbstring.h"
+#include "numberformat.h"
 
 using namespace kxt_test;
 

@@ -17,15 +17,8 @@ bool IsASCII(const void* data, int64_t length) {
 
 namespace {
 
-REALstring buildTagged(const void* data, int64_t length, uint32_t encoding) {
-    if (gHostVersion >= 2012.0) {
-        return REALBuildStringWithEncoding(static_cast<const char*>(data),
-                                           static_cast<int32_t>(length), encoding);
-    }
-    REALstring s = REALBuildString(static_cast<const char*>(data), static_cast<int32_t>(length));
-    if (s != nullptr) REALSetStringEncoding(s, encoding);
-    return s;
-}
+// The host's string lengths are 32-bit.
+constexpr int64_t kMaxHostLength = 0x7FFFFFFF;
 
 // Builds in `encoding`, then converts to UTF-8, giving back the intermediate.
 REALstring buildConverted(const void* data, int64_t length, uint32_t encoding) {
@@ -37,9 +30,18 @@ REALstring buildConverted(const void* data, int64_t length, uint32_t encoding) {
     return utf8;
 }
 
-constexpr int64_t kMaxHostLength = 0x7FFFFFFF;
-
 }  // namespace
+
+REALstring REALBuildTaggedString(const void* data, int64_t length, uint32_t encoding) {
+    if (data == nullptr || length < 1 || length > kMaxHostLength) return nullptr;
+    if (gHostVersion >= 2012.0) {
+        return REALBuildStringWithEncoding(static_cast<const char*>(data),
+                                           static_cast<int32_t>(length), encoding);
+    }
+    REALstring s = REALBuildString(static_cast<const char*>(data), static_cast<int32_t>(length));
+    if (s != nullptr) REALSetStringEncoding(s, encoding);
+    return s;
+}
 
 REALstring REALBuildUnicodeStringUTF16(const void* data, int64_t byteLength) {
     if (data == nullptr || byteLength < 1) return nullptr;
@@ -120,7 +122,7 @@ REALstring REALBuildUnicodeString(const void* data, int64_t length, uint32_t enc
                 if (gDebugging) LogMessage("Unknown encoding in REALBuildUnicodeString", encoding);
                 break;
         }
-        return buildTagged(data, length, encoding);
+        return REALBuildTaggedString(data, length, encoding);
     } catch (const std::exception& e) {
         RaiseRuntimeException(e);
     } catch (...) {

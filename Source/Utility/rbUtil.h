@@ -10,6 +10,9 @@
 // pure ASCII are tagged ASCII. UTF-16/UTF-32 input (host byte order) comes back as UTF-8 on
 // hosts that can convert.
 REALstring REALBuildUnicodeString(const void* data, int64_t length, uint32_t encoding);
+// Tags the bytes with the encoding as they are, with no conversion or ASCII narrowing (for
+// results whose exact bytes and tag matter, such as byte-order marks).
+REALstring REALBuildTaggedString(const void* data, int64_t length, uint32_t encoding);
 REALstring REALBuildUnicodeStringUTF16(const void* data, int64_t byteLength);
 REALstring REALBuildUnicodeStringUTF32(const void* data, int64_t byteLength);
 REALstring CString2RB(const char* text, uint32_t encoding);

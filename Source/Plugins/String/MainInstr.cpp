@@ -245,8 +245,9 @@ RBInteger inSignedRangesOrSet(REALstring target, REALstring find,
     });
 }
 
-uint32_t encodingOf(REALstring s) {
-    return s != nullptr ? REALGetStringEncoding(s) : uint32_t(kREALTextEncodingUnknown);
+// The empty string is nil to Xojo, and nil has no encoding.
+uint32_t encodingOf(REALstring s, const rbData& bytes) {
+    return bytes.size > 0 ? REALGetStringEncoding(s) : uint32_t(kREALTextEncodingUnknown);
 }
 
 }  // namespace
@@ -296,14 +297,14 @@ RBInteger StrCompBytesKXT(REALstring a, REALstring b) {
 
 RBInteger StrCompCharsKXT(REALstring a, REALstring b) {
     return HandlerBoundary<RBInteger>(0, [&] {
-        if (encodingOf(a) == encodingOf(b)) {
-            rbData x(a), y(b);
+        rbData x(a), y(b);
+        if (encodingOf(a, x) == encodingOf(b, y)) {
             if (x.size == 0 || y.size == 0) return RBInteger(-1);
             return RBInteger(kxt::compareZeroPadded(x.view(), y.view()));
         }
         // Different encodings compare by their text; empty operands are not special here.
-        rbText x(a), y(b);
-        return RBInteger(kxt::compareZeroPadded(x.utf8(), y.utf8()));
+        rbText textA(a), textB(b);
+        return RBInteger(kxt::compareZeroPadded(textA.utf8(), textB.utf8()));
     });
 }
 

@@ -27,7 +27,9 @@ std::string hexstring(std::string_view input, const HexLayout& layout) {
     const std::string_view filler = layout.filler.empty() ? std::string_view("0") : layout.filler;
 
     // Characters per line of hex, and of the whole line. The filler is appended after the hex
-    // text linelen x hexlen times, so the last line always ends inside it.
+    // text linelen x hexlen times, so the last line always ends inside it; for the same reason
+    // the result never reaches the cap of (padded length / perLine) x lineSize, and the padded
+    // text need not be built.
     const int64_t perLine = cappedMulAdd(linelen, hexlen, 0);
     if (perLine < 0) return {};
     const int64_t lineSize =

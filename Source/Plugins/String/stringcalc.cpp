@@ -247,8 +247,9 @@ REALstring CreateStringKXT(RBInteger length, REALstring content) {
         if (length <= kLongestString) {
             kxt::fillRepeating(std::span(buffer.get(), size_t(length)), pattern.view());
         }
-        const uint32_t encoding = content != nullptr ? REALGetStringEncoding(content)
-                                                     : uint32_t(kREALTextEncodingUnknown);
+        // The empty string is nil to Xojo, and nil has no encoding.
+        const uint32_t encoding =
+            pattern.size > 0 ? REALGetStringEncoding(content) : uint32_t(kREALTextEncodingUnknown);
         return REALBuildUnicodeString(buffer.get(), length, encoding);
     });
 }
@@ -280,8 +281,11 @@ RBBoolean ClearStringContentKXT(REALstring s) {
             LogMessage("myData", static_cast<const void*>(data));
         }
         // Only the inline layout is known to hold the bytes that the host will read again.
-        if (data == nullptr || distance != int64_t(kREALStringDataOffset)) return false;
-        if (size > 0) memset(const_cast<char*>(data), 0, size);
+        // An empty string is nil to Xojo: there is nothing to wipe.
+        if (data == nullptr || size == 0 || distance != int64_t(kREALStringDataOffset)) {
+            return false;
+        }
+        memset(const_cast<char*>(data), 0, size);
         return true;
     });
 }

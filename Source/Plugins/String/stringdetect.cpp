@@ -150,12 +150,7 @@ REALstring GetUnicodeMarkers(RBInteger kind) {
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         kxt::MarkerBytes mark = kxt::unicodeMarkerBytes(kind);
         if (mark.bytes.empty()) return nullptr;
-        const auto length = int32_t(mark.bytes.size());
-        if (gHostVersion >= 2012.0) {
-            return REALBuildStringWithEncoding(mark.bytes.data(), length, mark.encoding);
-        }
-        REALstring s = REALBuildString(mark.bytes.data(), length);
-        if (s != nullptr) REALSetStringEncoding(s, mark.encoding);
-        return s;
+        return REALBuildTaggedString(mark.bytes.data(), int64_t(mark.bytes.size()),
+                                     mark.encoding);
     });
 }
