@@ -2,6 +2,7 @@
 // exit statuses.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -28,7 +29,8 @@ std::string slurp(const std::string& path) {
 }
 
 ToolRun kxt(const std::vector<std::string>& args, bool fixture = true) {
-    std::string errPath = testing::TempDir() + "kxt_tool_test.err";
+    // ctest runs the tests of this file in parallel processes: one file per process.
+    std::string errPath = testing::TempDir() + "kxt_tool_test." + std::to_string(getpid()) + ".err";
     std::string cmd = quote(std::string(KXT_BINARY_DIR) + "/kxt");
     if (fixture) cmd += " --plugin " + quote(KXT_HOST_FIXTURE);
     for (const auto& a : args) cmd += " " + quote(a);
@@ -41,6 +43,7 @@ ToolRun kxt(const std::vector<std::string>& args, bool fixture = true) {
     int raw = pclose(p);
     r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
     r.err = slurp(errPath);
+    std::remove(errPath.c_str());
     return r;
 }
 
@@ -83,10 +86,11 @@ TEST(KxtTool, ArgumentsAreTypedByTheOverloadAndResultsPrinted) {
 }
 
 TEST(KxtTool, FilesAreReadAsUTF8Text) {
-    std::string path = testing::TempDir() + "kxt_tool_input.txt";
+    std::string path = testing::TempDir() + "kxt_tool_input." + std::to_string(getpid()) + ".txt";
     std::ofstream(path, std::ios::binary) << "from\na file";
     EXPECT_EQ(kxt({"call", "EchoFixture", "@" + path}).out, "from\na file\n");
     EXPECT_EQ(kxt({"call", "EchoFixture", "@/nonexistent/file"}).status, 2);
+    std::remove(path.c_str());
 }
 
 TEST(KxtTool, ProblemsGiveOneLineAndAStatus) {
@@ -105,7 +109,8 @@ TEST(KxtTool, ProblemsGiveOneLineAndAStatus) {
         {{"frobnicate"}, 2, "unknown command frobnicate"},
         {{"--bogus", "list"}, 2, "unknown option --bogus"},
         {{"--host-version", "abc", "list"}, 2, "bad host version"},
-        {{"call", "RaiseFixture", "OutOfBoundsException", "boom"}, 1,
+        {{"call", "RaiseFixture", "OutOfBoundsException", "boom"},
+         1,
          "OutOfBoundsException: boom\n"},
     };
     for (const auto& c : cases) {
