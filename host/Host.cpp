@@ -330,6 +330,21 @@ ffi_type* ffiType(const std::string& t) {
     return &ffi_type_pointer;  // String, Ptr, MemoryBlock, String(), classes
 }
 
+// Hands the exception the running call raised (if any) to the caller and releases it.
+std::optional<RaisedException> takePending(Host::State& st) {
+    Object* e = st.pending;
+    if (e == nullptr) return std::nullopt;
+    st.pending = nullptr;
+    RaisedException raised;
+    raised.className = e->className;
+    if (PropValue* m = findProp(e, "Message"); m && m->string) {
+        raised.message = stringAsUTF8(st, m->string);
+    }
+    if (PropValue* n = findProp(e, "ErrorNumber")) raised.errorNumber = n->integer;
+    unlockObject(st, e);
+    return raised;
+}
+
 // Calls a handler with the C types of its declared parameters and adopts its result.
 CallResult invoke(Host::State& st, REALproc function, const std::vector<std::string>& types,
                   const std::string& resultType, const std::vector<Value>& args) {
@@ -401,18 +416,8 @@ CallResult invoke(Host::State& st, REALproc function, const std::vector<std::str
                                               : Value::Type::Object;
         result.value = Value::adoptObject(o, type);
     }
-    if (Object* e = st.pending) {
-        st.pending = nullptr;
-        RaisedException raised;
-        raised.className = e->className;
-        if (PropValue* m = findProp(e, "Message"); m && m->string) {
-            raised.message = stringAsUTF8(st, m->string);
-        }
-        if (PropValue* n = findProp(e, "ErrorNumber")) raised.errorNumber = n->integer;
-        unlockObject(st, e);
-        result.exception = std::move(raised);
-        result.value = Value::nil();  // the caller never sees a result of a raising call
-    }
+    result.exception = takePending(st);
+    if (result.exception) result.value = Value::nil();  // a raising call has no result
     return result;
 }
 
@@ -761,6 +766,22 @@ std::string Host::describeLive() const {
     for (auto& [serial, line] : lines) out += "  " + line + "\n";
     for (const std::string& m : state_->misuses) out += "  misuse: " + m + "\n";
     return out;
+}
+
+}  // namespace xhost
+
+namespace xhost {
+
+void* Host::resolve(const char* name) {
+    return xhost::resolve(name);
+}
+
+std::optional<RaisedException> Host::runAsCall(const std::function<void()>& body) {
+    State& st = *state_;
+    if (st.pending != nullptr) unlockObject(st, st.pending);
+    st.pending = nullptr;
+    body();
+    return takePending(st);
 }
 
 }  // namespace xhost

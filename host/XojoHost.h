@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -188,6 +189,11 @@ class Host {
     std::vector<ParagraphSpec> paragraphs(const Value& styledText);
     // Sets paragraph alignments as the host's ParagraphAlignment does (index must exist).
     void setParagraphAlignment(const Value& styledText, int64_t index, int64_t alignment);
+
+    // The resolver this host hands to a plugin; in-process tests bind plugin code with it.
+    static void* resolve(const char* name);
+    // Runs plugin code as if it were a call: returns what it raised.
+    std::optional<RaisedException> runAsCall(const std::function<void()>& body);
 
     // Accounting.
     size_t liveStrings() const;

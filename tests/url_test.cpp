@@ -16,8 +16,8 @@ struct EncodeCase {
 
 TEST(URLEncode, ModesChooseHowSpaceAndPlusAreWritten) {
     const EncodeCase cases[] = {
-        {"a b+c", 0, "a%20b+c"},   {"a b+c", 1, "a+b%2Bc"},   {"a b+c", 2, "a%20b%2Bc"},
-        {"a b+c", 3, "a%20b+c"},   {"a b+c", 4, "a%20b+c"},   {"a b+c", 5, "a+b%2Bc"},
+        {"a b+c", 0, "a%20b+c"},  {"a b+c", 1, "a+b%2Bc"}, {"a b+c", 2, "a%20b%2Bc"},
+        {"a b+c", 3, "a%20b+c"},  {"a b+c", 4, "a%20b+c"}, {"a b+c", 5, "a+b%2Bc"},
         {"a b+c", -1, "a%20b+c"},
     };
     for (const auto& c : cases) {
@@ -94,7 +94,9 @@ TEST(URLRoundTrip, DecodingUndoesEncodingForEveryMode) {
 
 TEST(URLDecode, TrailingPercentNeverReadsPastTheInput) {
     // The view ends before the bytes that follow in memory.
-    const std::string backing = "%4" "1111";
+    const std::string backing =
+        "%4"
+        "1111";
     EXPECT_EQ(kxt::decodeURL(std::string_view(backing.data(), 2), 0), "@");
     EXPECT_EQ(kxt::decodeURL(std::string_view(backing.data(), 1), 0), std::string(1, '\0'));
 }

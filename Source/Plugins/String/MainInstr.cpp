@@ -1,0 +1,341 @@
+#include "MainInstr.h"
+
+#include <emmintrin.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "REALplugin.h"
+#include "rbData.h"
+#include "rbDebug.h"
+#include "rbException.h"
+#include "rbText.h"
+
+namespace kxt {
+
+namespace {
+
+const uint8_t* bytesOf(std::string_view s) {
+    return reinterpret_cast<const uint8_t*>(s.data());
+}
+
+// A set given as runs of consecutive values: value v is in run r when (v - first) mod 256 is at
+// most width, which SSE2 tests for 16 bytes with one subtract, one unsigned min and one compare.
+struct Run {
+    uint8_t first;
+    uint8_t width;
+};
+constexpr int kMaxVectorRuns = 8;
+
+// Number of runs, or -1 when there are more than fit the vector scan.
+int runsOf(const ByteSet& set, Run (&runs)[kMaxVectorRuns]) {
+    int count = 0;
+    for (int v = 0; v < 256;) {
+        if (!set[v]) {
+            ++v;
+            continue;
+        }
+        int first = v;
+        while (v < 256 && set[v]) ++v;
+        if (count == kMaxVectorRuns) return -1;
+        runs[count++] = {uint8_t(first), uint8_t(v - 1 - first)};
+    }
+    return count;
+}
+
+int64_t firstInRuns(const uint8_t* p, size_t n, const Run* runs, int runCount) {
+    __m128i first[kMaxVectorRuns], width[kMaxVectorRuns];
+    for (int r = 0; r < runCount; ++r) {
+        first[r] = _mm_set1_epi8(char(runs[r].first));
+        width[r] = _mm_set1_epi8(char(runs[r].width));
+    }
+    size_t i = 0;
+    for (; i + 16 <= n; i += 16) {
+        __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        __m128i hit = _mm_setzero_si128();
+        for (int r = 0; r < runCount; ++r) {
+            __m128i offset = _mm_sub_epi8(x, first[r]);
+            hit = _mm_or_si128(hit, _mm_cmpeq_epi8(_mm_min_epu8(offset, width[r]), offset));
+        }
+        if (int mask = _mm_movemask_epi8(hit)) return int64_t(i) + __builtin_ctz(mask) + 1;
+    }
+    for (; i < n; ++i) {
+        for (int r = 0; r < runCount; ++r) {
+            if (uint8_t(p[i] - runs[r].first) <= runs[r].width) return int64_t(i) + 1;
+        }
+    }
+    return 0;
+}
+
+// Bytes equal to c, 16 at a time; the per-lane counters are summed before they can wrap.
+int64_t countByte(const uint8_t* p, size_t n, uint8_t c) {
+    const __m128i needle = _mm_set1_epi8(char(c));
+    int64_t count = 0;
+    size_t i = 0;
+    while (i + 16 <= n) {
+        __m128i lanes = _mm_setzero_si128();
+        size_t blockEnd = std::min(n - n % 16, i + 255 * 16);
+        for (; i < blockEnd; i += 16) {
+            __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+            lanes = _mm_sub_epi8(lanes, _mm_cmpeq_epi8(x, needle));
+        }
+        __m128i sums = _mm_sad_epu8(lanes, _mm_setzero_si128());
+        count += _mm_cvtsi128_si64(sums) + _mm_cvtsi128_si64(_mm_unpackhi_epi64(sums, sums));
+    }
+    for (; i < n; ++i) count += p[i] == c;
+    return count;
+}
+
+ByteSet setOfBytes(std::string_view bytes) {
+    ByteSet set{};
+    for (char c : bytes) set[uint8_t(c)] = true;
+    return set;
+}
+
+bool inAnyRange(int64_t value, std::span<const ByteRange> ranges) {
+    for (const ByteRange& r : ranges) {
+        if (r.first <= value && value <= r.last) return true;
+    }
+    return false;
+}
+
+void asciiLowerInPlace(std::string& s) {
+    for (char& c : s) {
+        if (c >= 'A' && c <= 'Z') c = char(c + ('a' - 'A'));
+    }
+}
+
+}  // namespace
+
+int64_t firstInSet(std::string_view target, const ByteSet& set) {
+    const uint8_t* p = bytesOf(target);
+    const size_t n = target.size();
+    if (n == 0) return 0;
+    Run runs[kMaxVectorRuns];
+    const int runCount = runsOf(set, runs);
+    if (runCount == 0) return 0;
+    if (runCount == 1 && runs[0].width == 0) {
+        const void* hit = memchr(p, runs[0].first, n);
+        return hit ? static_cast<const uint8_t*>(hit) - p + 1 : 0;
+    }
+    if (runCount > 0) return firstInRuns(p, n, runs, runCount);
+    for (size_t i = 0; i < n; ++i) {
+        if (set[p[i]]) return int64_t(i) + 1;
+    }
+    return 0;
+}
+
+int64_t firstOfAny(std::string_view target, std::string_view set) {
+    return firstInSet(target, setOfBytes(set));
+}
+
+int64_t firstInRanges(std::string_view target, std::span<const ByteRange> ranges) {
+    ByteSet set{};
+    for (int v = 0; v < 256; ++v) set[v] = inAnyRange(v, ranges);
+    return firstInSet(target, set);
+}
+
+int64_t firstInSignedRangesOrSet(std::string_view target, std::span<const ByteRange> ranges,
+                                 std::string_view find) {
+    ByteSet set = setOfBytes(find);
+    for (int v = 0; v < 256; ++v) set[v] = set[v] || inAnyRange(int8_t(v), ranges);
+    return firstInSet(target, set);
+}
+
+int compareZeroPadded(std::string_view a, std::string_view b) {
+    const size_t common = std::min(a.size(), b.size());
+    if (common > 0) {
+        int c = memcmp(a.data(), b.data(), common);
+        if (c != 0) return c < 0 ? -1 : 1;
+    }
+    const bool aLonger = a.size() > common;
+    std::string_view tail = aLonger ? a.substr(common) : b.substr(common);
+    if (tail.find_first_not_of('\0') == std::string_view::npos) return 0;
+    return aLonger ? 1 : -1;
+}
+
+int compareBytes(std::string_view a, std::string_view b) {
+    if (a.empty()) return -1;
+    if (b.empty()) return 1;
+    return compareZeroPadded(a, b);
+}
+
+int64_t countOccurrences(std::string_view s, std::string_view find) {
+    if (s.empty() || find.empty() || find.size() > s.size()) return 0;
+    if (find.size() == 1) return countByte(bytesOf(s), s.size(), uint8_t(find[0]));
+    // The leftmost match at or after the current position is exactly where the left-to-right
+    // scan would stop, so memmem (linear, vectorised) gives the same count.
+    int64_t count = 0;
+    const char* p = s.data();
+    const char* end = s.data() + s.size();
+    while (size_t(end - p) >= find.size()) {
+        const void* hit = memmem(p, size_t(end - p), find.data(), find.size());
+        if (hit == nullptr) break;
+        ++count;
+        p = static_cast<const char*>(hit) + find.size();
+    }
+    return count;
+}
+
+bool hasPrefix(std::string_view text, std::string_view prefix) {
+    return !prefix.empty() && text.starts_with(prefix);
+}
+
+bool hasSuffix(std::string_view text, std::string_view suffix) {
+    return !suffix.empty() && text.ends_with(suffix);
+}
+
+bool isWordChar(uint8_t c) {
+    // Taken as a signed byte, so only 33..127 can qualify; of those, the letters do.
+    const uint8_t lower = c | 0x20;
+    return c < 128 && lower >= 'a' && lower <= 'z';
+}
+
+bool containsWholeWord(std::string_view text, std::string_view word) {
+    if (text.empty() || word.empty() || word.size() > text.size()) return false;
+    // strcasestr sees both operands only up to their first zero byte; the step behind an
+    // occurrence is the full length of word all the same.
+    const size_t searchable = std::min(text.find('\0'), text.size());
+    std::string needle(word.substr(0, std::min(word.find('\0'), word.size())));
+    std::string haystack(text.substr(0, searchable));
+    asciiLowerInPlace(needle);
+    asciiLowerInPlace(haystack);
+
+    size_t from = 0;
+    while (from <= searchable) {
+        size_t p = from;
+        if (!needle.empty()) {
+            const void* hit =
+                memmem(haystack.data() + from, searchable - from, needle.data(), needle.size());
+            if (hit == nullptr) return false;
+            p = size_t(static_cast<const char*>(hit) - haystack.data());
+        }
+        const size_t after = p + word.size();
+        const bool startsWord = p == 0 || !isWordChar(uint8_t(text[p - 1]));
+        const bool endsWord = after >= text.size() || !isWordChar(uint8_t(text[after]));
+        if (gDebugging) {
+            LogMessage("position found", int64_t(p));
+            LogMessage("posBefore", int64_t(p) - 1);
+            LogMessage("posAfter", int64_t(after));
+        }
+        if (startsWord && endsWord) return true;
+        from = after;
+    }
+    return false;
+}
+
+}  // namespace kxt
+
+namespace {
+
+RBInteger inRanges(REALstring target, std::initializer_list<kxt::ByteRange> ranges) {
+    return HandlerBoundary<RBInteger>(0, [&] {
+        rbData t(target);
+        return kxt::firstInRanges(t.view(), std::span(ranges.begin(), ranges.size()));
+    });
+}
+
+RBInteger inSignedRangesOrSet(REALstring target, REALstring find,
+                              std::initializer_list<kxt::ByteRange> ranges) {
+    return HandlerBoundary<RBInteger>(0, [&] {
+        rbData t(target), f(find);
+        return kxt::firstInSignedRangesOrSet(t.view(), std::span(ranges.begin(), ranges.size()),
+                                             f.view());
+    });
+}
+
+uint32_t encodingOf(REALstring s) {
+    return s != nullptr ? REALGetStringEncoding(s) : uint32_t(kREALTextEncodingUnknown);
+}
+
+}  // namespace
+
+RBInteger InStrBytesKXT(REALstring target, REALstring find) {
+    return HandlerBoundary<RBInteger>(0, [&] {
+        rbData t(target), f(find);
+        return kxt::firstOfAny(t.view(), f.view());
+    });
+}
+
+RBInteger InStrByteRange1KXT(REALstring target, RBInteger start1, RBInteger end1) {
+    return inRanges(target, {{start1, end1}});
+}
+
+RBInteger InStrByteRange2KXT(REALstring target, RBInteger start1, RBInteger end1, RBInteger start2,
+                             RBInteger end2) {
+    return inRanges(target, {{start1, end1}, {start2, end2}});
+}
+
+RBInteger InStrByteRange3KXT(REALstring target, RBInteger start1, RBInteger end1, RBInteger start2,
+                             RBInteger end2, RBInteger start3, RBInteger end3) {
+    return inRanges(target, {{start1, end1}, {start2, end2}, {start3, end3}});
+}
+
+RBInteger InStrByteRange1BKXT(REALstring target, REALstring find, RBInteger start1,
+                              RBInteger end1) {
+    return inSignedRangesOrSet(target, find, {{start1, end1}});
+}
+
+RBInteger InStrByteRange2BKXT(REALstring target, REALstring find, RBInteger start1, RBInteger end1,
+                              RBInteger start2, RBInteger end2) {
+    return inSignedRangesOrSet(target, find, {{start1, end1}, {start2, end2}});
+}
+
+RBInteger InStrByteRange3BKXT(REALstring target, REALstring find, RBInteger start1, RBInteger end1,
+                              RBInteger start2, RBInteger end2, RBInteger start3, RBInteger end3) {
+    return inSignedRangesOrSet(target, find, {{start1, end1}, {start2, end2}, {start3, end3}});
+}
+
+RBInteger StrCompBytesKXT(REALstring a, REALstring b) {
+    return HandlerBoundary<RBInteger>(0, [&] {
+        rbData x(a), y(b);
+        return RBInteger(kxt::compareBytes(x.view(), y.view()));
+    });
+}
+
+RBInteger StrCompCharsKXT(REALstring a, REALstring b) {
+    return HandlerBoundary<RBInteger>(0, [&] {
+        if (encodingOf(a) == encodingOf(b)) {
+            rbData x(a), y(b);
+            if (x.size == 0 || y.size == 0) return RBInteger(-1);
+            return RBInteger(kxt::compareZeroPadded(x.view(), y.view()));
+        }
+        // Different encodings compare by their text; empty operands are not special here.
+        rbText x(a), y(b);
+        return RBInteger(kxt::compareZeroPadded(x.utf8(), y.utf8()));
+    });
+}
+
+RBInteger CountOccurancesKXT(REALstring s, REALstring find) {
+    return HandlerBoundary<RBInteger>(0, [&] {
+        rbData text(s), pattern(find);
+        int64_t count = kxt::countOccurrences(text.view(), pattern.view());
+        if (gDebugging) LogMessage("ReplaceCount", count);
+        return RBInteger(count);
+    });
+}
+
+RBBoolean HasPrefixKXT(REALstring text, REALstring prefix) {
+    return HandlerBoundary<RBBoolean>(false, [&] {
+        if (text == nullptr || prefix == nullptr) return false;
+        rbText t(text), p(prefix);
+        return kxt::hasPrefix(t.utf8(), p.utf8());
+    });
+}
+
+RBBoolean HasPostfixKXT(REALstring text, REALstring prefix) {
+    return HandlerBoundary<RBBoolean>(false, [&] {
+        if (text == nullptr || prefix == nullptr) return false;
+        rbText t(text), p(prefix);
+        return kxt::hasSuffix(t.utf8(), p.utf8());
+    });
+}
+
+RBBoolean ContainsWholeWordKXT(REALstring text, REALstring word) {
+    return HandlerBoundary<RBBoolean>(false, [&] {
+        if (text == nullptr || word == nullptr) return false;
+        rbText t(text), w(word);
+        return kxt::containsWholeWord(t.utf8(), w.utf8());
+    });
+}

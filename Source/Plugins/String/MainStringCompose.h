@@ -1,0 +1,40 @@
+// Canonical composition and decomposition of UTF-16 text in the Basic Multilingual Plane
+// (ConvertUnicodeToCharacterCompositionKXT, ConvertUnicodeToCharacterDecompositionKXT).
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "UnicodeTables.h"
+#include "XojoPluginABI.h"
+
+// 65,536 bytes, one per UTF-16 unit: 1 when the unit is the first part of some decomposition.
+// Built by the first composition, never freed; absent until then.
+extern uint8_t* CharsWhoCanBeComposition;
+// Builds the table if it is absent; leaves it absent when memory runs out.
+void InitCharsWhoCanBeCompositionLookupTable();
+
+namespace kxt {
+
+// The table entry whose composed unit is `unit`, or null.
+const DecompositionEntry* findDecomposition(uint16_t unit);
+
+// Replaces every unit that has an entry by its parts; everything else (surrogates too) is
+// copied. No reordering, no second pass.
+std::vector<uint16_t> decomposeUTF16(std::span<const uint16_t> text);
+
+// At each unit, the first entry in table order whose parts all match the text from there is
+// replaced by its composed unit; otherwise the unit is copied. Not a longest match, and the
+// output is never scanned again. Builds the lookup table when absent; throws std::bad_alloc
+// when it cannot.
+std::vector<uint16_t> composeUTF16(std::span<const uint16_t> text);
+
+// For tests: drops the lookup table and makes the next build allocate with `allocate` (null:
+// the normal allocator).
+void resetCompositionLookupForTesting(void* (*allocate)(int64_t size));
+
+}  // namespace kxt
+
+REALstring ConvertUnicodeToCharacterDecompositionKXT(REALstring text);
+REALstring ConvertUnicodeToCharacterCompositionKXT(REALstring text);

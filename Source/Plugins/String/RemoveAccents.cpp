@@ -1,0 +1,120 @@
+#include "RemoveAccents.h"
+
+#include "UnicodeTables.h"
+#include "rbException.h"
+#include "rbText.h"
+#include "rbUtil.h"
+
+uint16_t AccentTable[65536];
+
+void InitTable() {
+    for (size_t i = 0; i < 65536; ++i) AccentTable[i] = uint16_t(i);
+    for (const auto& range : kxt::AccentOverrideRanges) {
+        for (size_t unit = range.first; unit <= range.last; ++unit) {
+            AccentTable[unit] = kxt::AccentOverrideValues[range.valueIndex + (unit - range.first)];
+        }
+    }
+}
+
+namespace {
+
+constexpr uint16_t kFirstSpecial = 0xBC;  // below: neither a mark nor spelled out
+
+const char* spelledOut(uint16_t unit) {
+    switch (unit) {
+        case 0x00BC:
+            return "1/4";
+        case 0x00BD:
+            return "1/2";
+        case 0x00BE:
+            return "3/4";
+        case 0x00C6:
+            return "AE";
+        case 0x00E6:
+            return "ae";
+        case 0x2150:
+            return "1/7";
+        case 0x2151:
+            return "1/9";
+        case 0x2152:
+            return "1/10";
+        case 0x2153:
+            return "1/3";
+        case 0x2154:
+            return "2/3";
+        case 0x2155:
+            return "1/5";
+        case 0x2156:
+            return "2/5";
+        case 0x2157:
+            return "3/5";
+        case 0x2158:
+            return "4/5";
+        case 0x2159:
+            return "1/6";
+        case 0x215A:
+            return "5/6";
+        case 0x215B:
+            return "1/8";
+        case 0x215C:
+            return "3/8";
+        case 0x215D:
+            return "5/8";
+        case 0x215E:
+            return "7/8";
+        case 0x2189:
+            return "0/3";
+        default:
+            return nullptr;
+    }
+}
+
+bool isCombiningMark(uint16_t unit) {
+    return unit >= 0x0300 && unit < 0x0370;
+}
+
+}  // namespace
+
+namespace kxt {
+
+void AddText(std::vector<uint16_t>& output, const char* text) {
+    for (; *text != 0; ++text) output.push_back(uint8_t(*text));
+}
+
+std::vector<uint16_t> removeAccentsUTF16(std::span<const uint16_t> text, bool ignoreCase) {
+    std::vector<uint16_t> out;
+    out.reserve(text.size() + 1000);
+    for (const uint16_t c : text) {
+        if (c < kFirstSpecial) {
+            out.push_back(AccentTable[c]);
+        } else if (isCombiningMark(c)) {
+            continue;
+        } else if (const char* spelled = spelledOut(c)) {
+            AddText(out, spelled);
+        } else {
+            out.push_back(AccentTable[c]);
+        }
+    }
+    if (ignoreCase) {
+        // Only ASCII letters: the flag means "compare as upper-case ASCII", not case folding.
+        for (uint16_t& u : out) {
+            if (u >= 'a' && u <= 'z') u -= 32;
+        }
+    }
+    return out;
+}
+
+}  // namespace kxt
+
+REALstring RemoveAccentsKXT(REALstring text, RBBoolean IgnoreCase) {
+    return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
+        if (text == nullptr) return nullptr;
+        rbText t(text);
+        // The unit count is read as a signed 32-bit number, as it always was.
+        const int32_t count = int32_t(t.LengthUTF16());
+        if (count < 1) return nullptr;
+        const auto out = kxt::removeAccentsUTF16({t.GetUTF16(), size_t(count)}, IgnoreCase);
+        return REALBuildUnicodeString(out.data(), int64_t(out.size() * sizeof(uint16_t)),
+                                      kREALTextEncodingUTF16);
+    });
+}

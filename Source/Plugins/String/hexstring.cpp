@@ -1,0 +1,70 @@
+#include "hexstring.h"
+
+#include "encoderboundary.h"
+#include "rbData.h"
+#include "rbUtil.h"
+
+namespace kxt {
+
+namespace {
+
+constexpr const char* kHexDigits = "0123456789ABCDEF";
+constexpr int64_t kMaxHostLength = 0x7FFFFFFF;
+
+// a * b + c, or -1 once anything passes kMaxHostLength.
+int64_t cappedMulAdd(int64_t a, int64_t b, int64_t c) {
+    int64_t product = 0;
+    if (__builtin_mul_overflow(a, b, &product) || product > kMaxHostLength) return -1;
+    return product + c > kMaxHostLength ? -1 : product + c;
+}
+
+}  // namespace
+
+std::string hexstring(std::string_view input, const HexLayout& layout) {
+    const int64_t hexlen = layout.hexlen;
+    const int64_t linelen = layout.linelen;
+    if (input.empty() || hexlen < 1 || linelen < 1) return {};
+    const std::string_view filler = layout.filler.empty() ? std::string_view("0") : layout.filler;
+
+    // Characters per line of hex, and of the whole line. The filler is appended after the hex
+    // text linelen x hexlen times, so the last line always ends inside it.
+    const int64_t perLine = cappedMulAdd(linelen, hexlen, 0);
+    if (perLine < 0) return {};
+    const int64_t lineSize =
+        cappedMulAdd(linelen - 1, int64_t(layout.spacer.size()),
+                     perLine + int64_t(layout.lineend.size() + layout.linestart.size()));
+    const int64_t hexLength = int64_t(input.size()) * 2;
+    const int64_t lines = hexLength / perLine + (hexLength % perLine != 0 ? 1 : 0);
+    if (lineSize < 0 || cappedMulAdd(lines, lineSize, 0) < 0) return {};
+
+    std::string out;
+    out.reserve(size_t(lines * lineSize));
+    auto hexAt = [&](int64_t p) -> char {
+        if (p < hexLength) {
+            unsigned char b = static_cast<unsigned char>(input[size_t(p / 2)]);
+            return kHexDigits[p % 2 == 0 ? b >> 4 : b & 15];
+        }
+        return filler[size_t((p - hexLength) % int64_t(filler.size()))];
+    };
+    for (int64_t position = 0; position < hexLength;) {
+        out += layout.linestart;
+        for (int64_t group = 0; group < linelen; ++group) {
+            if (group != 0) out += layout.spacer;
+            for (int64_t k = 0; k < hexlen; ++k) out += hexAt(position++);
+        }
+        out += layout.lineend;
+    }
+    return out;
+}
+
+}  // namespace kxt
+
+REALstring Hexstring(REALstring input, RBInteger hexlen, RBInteger linelen, REALstring linestart,
+                     REALstring lineend, REALstring spacer, REALstring filler) {
+    return NilOnAllocationFailure<REALstring>(nullptr, [&]() -> REALstring {
+        if (input == nullptr) return nullptr;
+        rbData in(input), start(linestart), end(lineend), space(spacer), fill(filler);
+        kxt::HexLayout layout{hexlen, linelen, start.view(), end.view(), space.view(), fill.view()};
+        return REALBuildUnicodeString(kxt::hexstring(in.view(), layout), kREALTextEncodingASCII);
+    });
+}

@@ -1,0 +1,24 @@
+// Number formatting, and conversions of a string's encoding through the host.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "XojoPluginABI.h"
+
+namespace kxt {
+
+// Plain decimal notation cut (never rounded) to about fifteen significant digits, then with any
+// repeated final character reduced to one, never below three characters: 7 gives "7.0", 0.1
+// gives "0.10", 1/3 gives "0.3".
+std::string formatPlainNumber(double d);
+// Exponent notation with `digits` digits after the point ("%.<digits>e"); negative digits as 0.
+std::string formatScientific(double d, int64_t digits);
+
+}  // namespace kxt
+
+// Handlers.
+REALstring StrKXT(double d);
+REALstring ScientificStrKXT(double d, RBInteger digits);
+REALstring RBUnicodeString(REALstring s);
+REALstring RBNativeString(REALstring s);

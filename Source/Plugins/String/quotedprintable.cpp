@@ -1,0 +1,217 @@
+#include "quotedprintable.h"
+
+namespace kxt {
+
+namespace {
+
+enum CharacterClass : int32_t {
+    kHexEncoded = 0,
+    kLiteral = 1,
+    kBlank = 2,
+    kLineEnd = 3,
+    // Literal too, but kept apart: these vary between code pages.
+    kLiteralVariant = 4,
+};
+
+constexpr int kCR = 13;
+constexpr int kLF = 10;
+constexpr const char* kHexDigits = "0123456789ABCDEF";
+
+bool isOtherLineEnd(int c, int n) {
+    return (n == kCR || n == kLF) && n != c;
+}
+
+}  // namespace
+
+EncodeData::EncodeData(std::string_view input, int32_t lineLength)
+    : input_(reinterpret_cast<const uint8_t*>(input.data())),
+      length_(input.size()),
+      lineLength_(lineLength) {
+    output.reserve(input.size() + 1024);
+}
+
+int EncodeData::GETC() {
+    if (position_ >= length_) return -1;
+    return input_[position_++];
+}
+
+void EncodeData::UNGETC() {
+    if (position_ > 0) --position_;
+}
+
+void EncodeData::PUTC(int c) {
+    output += char(c & 0xFF);
+}
+
+void EncodeData::FPUTS(const char* s) {
+    output += s;
+}
+
+void EncodeData::output_line_break() {
+    FPUTS("\r\n");
+    column_ = 0;
+}
+
+void EncodeData::check_line_length(int n) {
+    if (column_ + n >= int64_t(lineLength_) - 1) {
+        PUTC('=');
+        output_line_break();
+    }
+    column_ += n;
+}
+
+void EncodeData::emit_literally(int c) {
+    check_line_length(1);
+    PUTC(c);
+}
+
+void EncodeData::emit_hex_encoded(int c) {
+    check_line_length(3);
+    PUTC('=');
+    PUTC(kHexDigits[(c >> 4) & 15]);
+    PUTC(kHexDigits[c & 15]);
+}
+
+bool EncodeData::is_end_of_line_sequence(int c) {
+    if (c != kCR && c != kLF) return false;
+    int n = GETC();
+    if (n != -1 && !isOtherLineEnd(c, n)) UNGETC();
+    return true;
+}
+
+int EncodeData::read_decode_character() {
+    int c = GETC();
+    if (c != -1) ++charactersRead_;
+    return c;
+}
+
+int EncodeData::hex_to_nybble(int c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return -1;
+}
+
+void EncodeData::encode() {
+    for (int c = 0; c < 256; ++c) {
+        if (c == 9 || c == 32) {
+            classes_[c] = kBlank;
+        } else if (c == kLF || c == kCR) {
+            classes_[c] = kLineEnd;
+        } else if (c < 33 || c == '=' || c > 126) {
+            classes_[c] = kHexEncoded;
+        } else if (c <= 36 || c == '@' || (c >= 91 && c <= 94) || c == 96 || c >= 123) {
+            classes_[c] = kLiteralVariant;
+        } else {
+            classes_[c] = kLiteral;
+        }
+    }
+
+    int64_t lineEnds = 0;
+    for (int c = GETC(); c != -1; c = GETC()) {
+        switch (classes_[c]) {
+            case kLiteral:
+            case kLiteralVariant:
+                if (pendingBlank_ != 0) {
+                    emit_literally(pendingBlank_);
+                    pendingBlank_ = 0;
+                }
+                emit_literally(c);
+                break;
+            case kBlank:
+                // Only the last blank before a line end needs protecting.
+                if (pendingBlank_ != 0) emit_literally(pendingBlank_);
+                pendingBlank_ = c;
+                break;
+            case kHexEncoded:
+                if (pendingBlank_ != 0) {
+                    emit_literally(pendingBlank_);
+                    pendingBlank_ = 0;
+                }
+                emit_hex_encoded(c);
+                break;
+            case kLineEnd: {
+                ++lineEnds;
+                int n = GETC();
+                if (n != -1 && !isOtherLineEnd(c, n)) UNGETC();
+                if (pendingBlank_ != 0) {
+                    emit_hex_encoded(pendingBlank_);
+                    pendingBlank_ = 0;
+                }
+                output_line_break();
+                break;
+            }
+            default:
+                break;
+        }
+    }
+    // A blank at the very end is written as it is.
+    if (pendingBlank_ != 0) emit_literally(pendingBlank_);
+    pendingBlank_ = 0;
+    if (lineEnds != 0 && column_ > 0) {
+        PUTC('=');
+        output_line_break();
+    }
+}
+
+void EncodeData::decode() {
+    for (;;) {
+        int c = read_decode_character();
+        if (c == -1) return;
+        bool restart = false;
+        while (c != kCR && c != kLF) {
+            if (c == '=') {
+                int d = read_decode_character();
+                if (d == ' ' || d == '\t') {
+                    // "=" and blanks: a soft line break; whatever follows up to the line end
+                    // is dropped.
+                    for (;;) {
+                        d = read_decode_character();
+                        if (d == -1 || is_end_of_line_sequence(d)) break;
+                        if (d != ' ' && d != '\t') ++errors;
+                    }
+                    restart = true;
+                    break;
+                }
+                if (is_end_of_line_sequence(d)) {
+                    restart = true;
+                    break;
+                }
+                int hi = hex_to_nybble(d);
+                int lo = hex_to_nybble(read_decode_character());
+                if (hi == -1 || lo == -1) ++errors;
+                int32_t value = int32_t(uint32_t(hi) << 4) | lo;
+                if (value == -1) {
+                    restart = true;
+                    break;
+                }
+                // An invalid high digit reads as 0xF: "=G1" gives 0xF1.
+                PUTC(value);
+            } else {
+                PUTC(c);
+            }
+            c = read_decode_character();
+            if (c == -1) return;
+        }
+        if (restart) continue;
+        int n = read_decode_character();
+        if (n != -1 && !isOtherLineEnd(c, n)) UNGETC();
+        PUTC(kLF);
+    }
+}
+
+std::string encodeQuotedPrintable(std::string_view bytes, RBInteger lineLen) {
+    int32_t lineLength = int32_t(lineLen);
+    if (lineLength < 2) lineLength = 72;
+    EncodeData run(bytes, lineLength);
+    run.encode();
+    return std::move(run.output);
+}
+
+std::string decodeQuotedPrintable(std::string_view bytes) {
+    EncodeData run(bytes, 72);
+    run.decode();
+    return std::move(run.output);
+}
+
+}  // namespace kxt

@@ -1,0 +1,287 @@
+#include "stringcalc.h"
+
+#include <emmintrin.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "MyMemory.h"
+#include "REALplugin.h"
+#include "rbData.h"
+#include "rbDebug.h"
+#include "rbException.h"
+#include "rbUtil.h"
+
+namespace kxt {
+
+namespace {
+
+const uint8_t* bytesOf(std::string_view s) {
+    return reinterpret_cast<const uint8_t*>(s.data());
+}
+
+struct AndOp {
+    static __m128i apply(__m128i a, __m128i b) { return _mm_and_si128(a, b); }
+    static uint8_t apply(uint8_t a, uint8_t b) { return a & b; }
+};
+struct OrOp {
+    static __m128i apply(__m128i a, __m128i b) { return _mm_or_si128(a, b); }
+    static uint8_t apply(uint8_t a, uint8_t b) { return a | b; }
+};
+struct XorOp {
+    static __m128i apply(__m128i a, __m128i b) { return _mm_xor_si128(a, b); }
+    static uint8_t apply(uint8_t a, uint8_t b) { return a ^ b; }
+};
+
+// out[j] = a[j] op m[j] (then ^ low byte of index0 + j when indexed), 16 bytes at a time.
+template <typename Op, bool kIndexed>
+void combine(const uint8_t* a, const uint8_t* m, size_t n, uint8_t* out, size_t index0) {
+    __m128i index =
+        _mm_add_epi8(_mm_set1_epi8(char(index0)),
+                     _mm_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15));
+    const __m128i step = _mm_set1_epi8(16);
+    size_t j = 0;
+    for (; j + 16 <= n; j += 16) {
+        __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + j));
+        __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(m + j));
+        __m128i r = Op::apply(x, y);
+        if constexpr (kIndexed) {
+            r = _mm_xor_si128(r, index);
+            index = _mm_add_epi8(index, step);
+        }
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + j), r);
+    }
+    for (; j < n; ++j) {
+        uint8_t r = Op::apply(a[j], m[j]);
+        if constexpr (kIndexed) r ^= uint8_t(index0 + j);
+        out[j] = r;
+    }
+}
+
+// Walks data in stretches that line up with whole passes over the mask, so each stretch is one
+// contiguous combine. Masks shorter than 64 bytes are first widened to a pattern of whole mask
+// periods at least 64 bytes long (a 1-, 2- or 4-byte mask becomes the byte, 16-bit or 32-bit
+// value repeated), which keeps the stretches long enough for the vector loop.
+template <typename Op, bool kIndexed>
+void applyRepeating(std::string_view data, std::string_view maskBytes, size_t start, uint8_t* out) {
+    const uint8_t* mask = bytesOf(maskBytes);
+    size_t maskLen = maskBytes.size();
+    uint8_t pattern[128];
+    if (maskLen < 64) {
+        const size_t period = maskLen * ((64 + maskLen - 1) / maskLen);
+        for (size_t k = 0; k < period; ++k) pattern[k] = mask[(start + k) % maskLen];
+        mask = pattern;
+        maskLen = period;
+        start = 0;
+    }
+    const uint8_t* in = bytesOf(data);
+    const size_t n = data.size();
+    size_t i = 0;
+    size_t position = start;
+    while (i < n) {
+        const size_t len = std::min(maskLen - position, n - i);
+        combine<Op, kIndexed>(in + i, mask + position, len, out + i, i);
+        i += len;
+        position = 0;
+    }
+}
+
+size_t reducedOffset(int64_t offset, size_t maskLen) {
+    int64_t r = offset % int64_t(maskLen);
+    return size_t(r < 0 ? r + int64_t(maskLen) : r);
+}
+
+}  // namespace
+
+void maskAND(std::string_view data, std::string_view mask, uint8_t* out) {
+    applyRepeating<AndOp, false>(data, mask, 0, out);
+}
+
+void maskOR(std::string_view data, std::string_view mask, uint8_t* out) {
+    applyRepeating<OrOp, false>(data, mask, 0, out);
+}
+
+void maskXOR(std::string_view data, std::string_view mask, int64_t offset, uint8_t* out) {
+    applyRepeating<XorOp, false>(data, mask, reducedOffset(offset, mask.size()), out);
+}
+
+void maskXORIndexed(std::string_view data, std::string_view mask, int64_t offset, uint8_t* out) {
+    applyRepeating<XorOp, true>(data, mask, reducedOffset(offset, mask.size()), out);
+}
+
+std::string concatBytes(std::initializer_list<std::string_view> parts) {
+    size_t total = 0;
+    for (std::string_view p : parts) total += p.size();
+    std::string out;
+    out.reserve(total);
+    for (std::string_view p : parts) out.append(p);
+    return out;
+}
+
+void fillRepeating(std::span<uint8_t> out, std::string_view content) {
+    if (content.empty() || (content.size() == 1 && content[0] == '\0') || out.empty()) return;
+    size_t filled = std::min(content.size(), out.size());
+    memcpy(out.data(), content.data(), filled);
+    // Doubling: the filled part is always a whole number of copies until the last cut.
+    while (filled < out.size()) {
+        const size_t n = std::min(filled, out.size() - filled);
+        memcpy(out.data() + filled, out.data(), n);
+        filled += n;
+    }
+}
+
+void fillRandomBytes(std::span<uint8_t> out, bool ascii) {
+    if (ascii) {
+        for (uint8_t& b : out) b = uint8_t(rand() % 96 + 32);
+    } else {
+        for (uint8_t& b : out) b = uint8_t(rand());
+    }
+}
+
+}  // namespace kxt
+
+namespace {
+
+struct FreeMemory {
+    void operator()(void* p) const { FreeMemoryNow(p); }
+};
+using Buffer = std::unique_ptr<uint8_t, FreeMemory>;
+
+Buffer allocateClear(int64_t size) {
+    return Buffer(static_cast<uint8_t*>(AllocateClearMemory(size)));
+}
+
+// The builder refuses anything longer; work that would be thrown away is skipped.
+constexpr int64_t kLongestString = 0x7FFFFFFF;
+// No machine this runs on maps a terabyte, and some allocators abort instead of failing on
+// such requests, so larger ones count as failed without being tried.
+constexpr int64_t kLargestAllocation = int64_t(1) << 40;
+
+Buffer allocateWithin(int64_t size) {
+    return size <= kLargestAllocation ? allocateClear(size) : Buffer();
+}
+
+template <typename Apply>
+REALstring maskHandler(REALstring a, REALstring b, Apply apply) {
+    return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
+        rbData data(a), mask(b);
+        if (data.size == 0 || mask.size == 0) return nullptr;
+        Buffer buffer = allocateClear(data.size + 5);
+        if (!buffer) return nullptr;
+        apply(data.view(), mask.view(), buffer.get());
+        return REALBuildUnicodeString(buffer.get(), data.size, kREALTextEncodingUnknown);
+    });
+}
+
+}  // namespace
+
+REALstring StringAND(REALstring a, REALstring b) {
+    return maskHandler(a, b, [](std::string_view d, std::string_view m, uint8_t* out) {
+        kxt::maskAND(d, m, out);
+    });
+}
+
+REALstring StringOR(REALstring a, REALstring b) {
+    return maskHandler(
+        a, b, [](std::string_view d, std::string_view m, uint8_t* out) { kxt::maskOR(d, m, out); });
+}
+
+REALstring StringXOR(REALstring data, REALstring xorMask, RBInteger maskOffset) {
+    return maskHandler(data, xorMask, [&](std::string_view d, std::string_view m, uint8_t* out) {
+        kxt::maskXOR(d, m, maskOffset, out);
+    });
+}
+
+REALstring StringXOR2(REALstring data, REALstring xorMask, RBInteger maskOffset) {
+    return maskHandler(data, xorMask, [&](std::string_view d, std::string_view m, uint8_t* out) {
+        kxt::maskXORIndexed(d, m, maskOffset, out);
+    });
+}
+
+REALstring ConcatBinaryStringsKXT6(REALstring a, REALstring b, REALstring c, REALstring d,
+                                   REALstring e, REALstring f) {
+    return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
+        rbData pa(a), pb(b), pc(c), pd(d), pe(e), pf(f);
+        std::string joined;
+        try {
+            joined = kxt::concatBytes(
+                {pa.view(), pb.view(), pc.view(), pd.view(), pe.view(), pf.view()});
+        } catch (const std::bad_alloc&) {
+            return nullptr;  // a result too large for memory is nil, not an exception
+        }
+        return REALBuildUnicodeString(joined, kREALTextEncodingUnknown);
+    });
+}
+
+REALstring ConcatBinaryStringsKXT5(REALstring a, REALstring b, REALstring c, REALstring d,
+                                   REALstring e) {
+    return ConcatBinaryStringsKXT6(a, b, c, d, e, nullptr);
+}
+
+REALstring ConcatBinaryStringsKXT4(REALstring a, REALstring b, REALstring c, REALstring d) {
+    return ConcatBinaryStringsKXT6(a, b, c, d, nullptr, nullptr);
+}
+
+REALstring ConcatBinaryStringsKXT3(REALstring a, REALstring b, REALstring c) {
+    return ConcatBinaryStringsKXT6(a, b, c, nullptr, nullptr, nullptr);
+}
+
+REALstring ConcatBinaryStringsKXT2(REALstring a, REALstring b) {
+    return ConcatBinaryStringsKXT6(a, b, nullptr, nullptr, nullptr, nullptr);
+}
+
+REALstring CreateStringKXT(RBInteger length, REALstring content) {
+    return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
+        if (length < 1) return nullptr;
+        rbData pattern(content);
+        const int64_t slack = std::max<int64_t>(pattern.size, 1) + 4;
+        Buffer buffer;
+        if (length <= INT64_MAX - slack) buffer = allocateWithin(length + slack);
+        if (!buffer) {
+            RaiseException("OutOfMemoryException", "Failed to allocate memory.",
+                           uint32_t(kREALTextEncodingASCII));
+            return nullptr;
+        }
+        if (length <= kLongestString) {
+            kxt::fillRepeating(std::span(buffer.get(), size_t(length)), pattern.view());
+        }
+        const uint32_t encoding = content != nullptr ? REALGetStringEncoding(content)
+                                                     : uint32_t(kREALTextEncodingUnknown);
+        return REALBuildUnicodeString(buffer.get(), length, encoding);
+    });
+}
+
+REALstring RandomBytesStringKXT(RBInteger length, RBBoolean ascii) {
+    return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
+        if (length < 1) return nullptr;
+        Buffer buffer = allocateWithin(length);
+        if (!buffer) return nullptr;
+        if (length <= kLongestString) {
+            kxt::fillRandomBytes(std::span(buffer.get(), size_t(length)), ascii);
+        }
+        return REALBuildUnicodeString(
+            buffer.get(), length,
+            ascii ? uint32_t(kREALTextEncodingASCII) : uint32_t(kREALTextEncodingUnknown));
+    });
+}
+
+RBBoolean ClearStringContentKXT(REALstring s) {
+    return HandlerBoundary<RBBoolean>(false, [&] {
+        if (s == nullptr) return false;
+        size_t size = 0;
+        const char* data = REALGetStringContents(s, &size);
+        const int64_t distance =
+            int64_t(reinterpret_cast<uintptr_t>(data) - reinterpret_cast<uintptr_t>(s));
+        if (gDebugging) {
+            LogMessage("mPrivateStringDelta1", distance);
+            LogMessage("mySize", int64_t(size));
+            LogMessage("myData", static_cast<const void*>(data));
+        }
+        // Only the inline layout is known to hold the bytes that the host will read again.
+        if (data == nullptr || distance != int64_t(kREALStringDataOffset)) return false;
+        if (size > 0) memset(const_cast<char*>(data), 0, size);
+        return true;
+    });
+}

@@ -1,0 +1,240 @@
+// Reading the runs and paragraphs of a host StyledText.
+#include "rbStyleRun.h"
+
+#include <algorithm>
+
+#include "REALplugin.h"
+#include "rbData.h"
+#include "rbUtil.h"
+
+XojoStyleRun::XojoStyleRun(const XojoStyleRun& other)
+    : bold(other.bold),
+      underline(other.underline),
+      italic(other.italic),
+      textColor(other.textColor),
+      size(other.size),
+      alignment(other.alignment),
+      startPos(other.startPos),
+      length(other.length),
+      middlePos(other.middlePos),
+      font(other.font),
+      text(other.text) {
+    if (font != nullptr) REALLockString(font);
+    if (text != nullptr) REALLockString(text);
+}
+
+XojoStyleRun& XojoStyleRun::operator=(const XojoStyleRun& other) {
+    if (this == &other) return *this;
+    bold = other.bold;
+    underline = other.underline;
+    italic = other.italic;
+    textColor = other.textColor;
+    size = other.size;
+    alignment = other.alignment;
+    startPos = other.startPos;
+    length = other.length;
+    middlePos = other.middlePos;
+    setFont(other.font);
+    setText(other.text);
+    return *this;
+}
+
+XojoStyleRun::~XojoStyleRun() {
+    if (text != nullptr) REALUnlockString(text);
+    if (font != nullptr) REALUnlockString(font);
+}
+
+void XojoStyleRun::setFont(REALstring s) {
+    if (s != nullptr) REALLockString(s);
+    if (font != nullptr) REALUnlockString(font);
+    font = s;
+}
+
+void XojoStyleRun::setText(REALstring s) {
+    if (s != nullptr) REALLockString(s);
+    if (text != nullptr) REALUnlockString(text);
+    text = s;
+}
+
+bool GetBold(REALobject styleRun) {
+    RBBoolean value = false;
+    REALGetPropValueBoolean(styleRun, "Bold", &value);
+    return value;
+}
+
+bool GetItalic(REALobject styleRun) {
+    RBBoolean value = false;
+    REALGetPropValueBoolean(styleRun, "Italic", &value);
+    return value;
+}
+
+bool GetUnderline(REALobject styleRun) {
+    RBBoolean value = false;
+    REALGetPropValueBoolean(styleRun, "Underline", &value);
+    return value;
+}
+
+uint32_t GetTextColor(REALobject styleRun) {
+    RBColor value = 0;
+    REALGetPropValueColor(styleRun, "TextColor", &value);
+    return value;
+}
+
+namespace {
+
+int64_t GetInteger(REALobject object, const char* name) {
+    RBInteger value = 0;
+    REALGetPropValueInteger(object, name, &value);
+    return value;
+}
+
+// The host method of an object by declaration, remembered for the object it was last looked up
+// for.
+template <typename Fn>
+struct MethodCache {
+    const char* declaration;
+    REALobject object = nullptr;
+    Fn function = nullptr;
+
+    Fn lookup(REALobject target) {
+        if (target != object || function == nullptr) {
+            object = target;
+            function = reinterpret_cast<Fn>(REALLoadObjectMethod(target, declaration));
+        }
+        return function;
+    }
+};
+
+using IndexedMethod = REALobject (*)(REALobject, RBInteger);
+MethodCache<IndexedMethod> gStyleRunMethod{"StyleRun(Index as Integer) As StyleRun"};
+MethodCache<IndexedMethod> gParagraphMethod{"Paragraph(Index as Integer) As Paragraph"};
+
+RBInteger (*gLen)(REALstring) = nullptr;
+bool gLenLookedUp = false;
+
+}  // namespace
+
+int64_t GetSize(REALobject styleRun) {
+    return GetInteger(styleRun, "Size");
+}
+
+REALstring GetText(REALobject styleRun) {
+    REALstring value = nullptr;
+    REALGetPropValueString(styleRun, "Text", &value);
+    return value;
+}
+
+int64_t GetStartPos(REALobject paragraph) {
+    return GetInteger(paragraph, "StartPos");
+}
+int64_t GetEndPos(REALobject paragraph) {
+    return GetInteger(paragraph, "EndPos");
+}
+int64_t GetAlignment(REALobject paragraph) {
+    return GetInteger(paragraph, "Alignment");
+}
+int64_t GetParagraphCount(REALobject styledText) {
+    return GetInteger(styledText, "ParagraphCount");
+}
+int64_t GetStyleRunCount(REALobject styledText) {
+    return GetInteger(styledText, "StyleRunCount");
+}
+
+REALobject GetStyleRun(REALobject styledText, int64_t index) {
+    IndexedMethod f = gStyleRunMethod.lookup(styledText);
+    return f != nullptr ? f(styledText, index) : nullptr;
+}
+
+REALobject GetParagraph(REALobject styledText, int64_t index) {
+    IndexedMethod f = gParagraphMethod.lookup(styledText);
+    return f != nullptr ? f(styledText, index) : nullptr;
+}
+
+int64_t GetStringLength(REALstring s) {
+    if (!gLenLookedUp) {
+        gLen = reinterpret_cast<RBInteger (*)(REALstring)>(
+            REALLoadFrameworkMethod("Len(s as string) as integer"));
+        gLenLookedUp = gLen != nullptr;
+    }
+    return gLen != nullptr ? gLen(s) : 0;
+}
+
+REALstring CleanupText(REALstring) {
+    return nullptr;
+}
+
+REALstring GetFont(REALobject styleRun) {
+    REALstring font = nullptr;
+    REALGetPropValueString(styleRun, "Font", &font);
+    if (font == nullptr) return nullptr;
+    bool hasZero;
+    {
+        rbData bytes(font);
+        hasZero = std::ranges::find(bytes.bytes(), uint8_t(0)) != bytes.bytes().end();
+        if (hasZero) {
+            REALstring repaired =
+                REALBuildUnicodeString(bytes.data, bytes.size, kREALTextEncodingUTF16);
+            if (repaired != nullptr) {
+                bytes.clear();
+                REALUnlockString(font);
+                return repaired;
+            }
+        }
+    }
+    return font;
+}
+
+void GetXojoStyleRunsForText(REALobject styledText, std::vector<XojoStyleRun>& runs,
+                             bool skipParagraphs) {
+    if (styledText == nullptr) return;
+    int64_t runCount = GetStyleRunCount(styledText);
+    if (runCount == 0) return;
+    int64_t paragraphCount = GetParagraphCount(styledText);
+    if (paragraphCount == 0) return;
+
+    const size_t firstNew = runs.size();
+    int64_t position = 0;
+    for (int64_t index = 0; index < runCount; ++index) {
+        REALobject run = GetStyleRun(styledText, index);
+        if (run == nullptr) continue;
+        REALstring font = GetFont(run);
+        rbFreeLater freeFont(&font);
+        REALstring text = GetText(run);
+        rbFreeLater freeText(&text);
+        if (REALstring cleaned = CleanupText(text)) {
+            if (text != nullptr) REALUnlockString(text);
+            text = cleaned;
+        }
+        XojoStyleRun record;
+        record.textColor = GetTextColor(run);
+        record.bold = GetBold(run);
+        record.italic = GetItalic(run);
+        record.underline = GetUnderline(run);
+        record.size = GetSize(run);
+        record.setFont(font);
+        record.setText(text);
+        record.length = GetStringLength(text);
+        record.startPos = position;
+        record.middlePos = position + record.length / 2;
+        position += record.length;
+        runs.push_back(record);
+    }
+
+    if (skipParagraphs || paragraphCount < 1) return;
+    for (int64_t index = 0; index < paragraphCount; ++index) {
+        REALobject paragraph = GetParagraph(styledText, index);
+        if (paragraph == nullptr) continue;
+        rbFreeLater freeParagraph(&paragraph);
+        int64_t start = GetStartPos(paragraph);
+        int64_t end = GetEndPos(paragraph);
+        int64_t alignment = GetAlignment(paragraph);
+        // Middle positions grow with the run index, so the runs of a paragraph are found by
+        // binary search and the pass stays linear in the number of runs.
+        auto first =
+            std::lower_bound(runs.begin() + ptrdiff_t(firstNew), runs.end(), start,
+                             [](const XojoStyleRun& r, int64_t pos) { return r.middlePos < pos; });
+        for (auto it = first; it != runs.end() && it->middlePos <= end; ++it) {
+            it->alignment = alignment;
+        }
+    }
+}

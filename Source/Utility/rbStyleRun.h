@@ -1,0 +1,67 @@
+// Reading a host StyledText: its style runs as plain records, and the single-property readers
+// of StyledText, StyleRun and Paragraph.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "XojoPluginABI.h"
+
+// One style run as read from a StyledText. Owns one lock on each of its two strings.
+class XojoStyleRun {
+  public:
+    XojoStyleRun() = default;
+    XojoStyleRun(const XojoStyleRun& other);
+    XojoStyleRun& operator=(const XojoStyleRun& other);
+    ~XojoStyleRun();
+
+    // Lock the new string before releasing the old one, so setting the same string is safe.
+    void setFont(REALstring s);
+    void setText(REALstring s);
+
+    bool bold = false;
+    bool underline = false;
+    bool italic = false;
+    uint32_t textColor = 0;
+    int64_t size = 0;
+    int64_t alignment = 0;  // of the paragraph holding the middle character
+    int64_t startPos = 0;
+    int64_t length = 0;
+    int64_t middlePos = 0;
+    REALstring font = nullptr;
+    REALstring text = nullptr;
+};
+
+// Each reader starts from zero (false, nil), so a failed read yields that.
+bool GetBold(REALobject styleRun);
+bool GetItalic(REALobject styleRun);
+bool GetUnderline(REALobject styleRun);
+uint32_t GetTextColor(REALobject styleRun);
+int64_t GetSize(REALobject styleRun);
+REALstring GetText(REALobject styleRun);  // new reference
+int64_t GetStartPos(REALobject paragraph);
+int64_t GetEndPos(REALobject paragraph);
+int64_t GetAlignment(REALobject paragraph);
+int64_t GetParagraphCount(REALobject styledText);
+int64_t GetStyleRunCount(REALobject styledText);
+
+// "StyleRun(Index as Integer) As StyleRun": the run stays owned by the styled text.
+REALobject GetStyleRun(REALobject styledText, int64_t index);
+// "Paragraph(Index as Integer) As Paragraph": a new reference.
+REALobject GetParagraph(REALobject styledText, int64_t index);
+
+// Characters as the host's Len counts them; 0 when the host has no Len.
+int64_t GetStringLength(REALstring s);
+
+// Cleans a run's text before it is stored; nil keeps the text as it is. Nothing needs cleaning
+// today, but callers honour a replacement.
+REALstring CleanupText(REALstring text);
+
+// The run's "Font" (new reference). A name holding zero bytes is UTF-16 that lost its tag and
+// comes back re-tagged as UTF-16.
+REALstring GetFont(REALobject styleRun);
+
+// Appends the runs of styledText. Alignment comes from the paragraph holding each run's middle
+// character, unless skipParagraphs. A text that reports no paragraph yields no runs.
+void GetXojoStyleRunsForText(REALobject styledText, std::vector<XojoStyleRun>& runs,
+                             bool skipParagraphs);

@@ -1,0 +1,373 @@
+// Canonical composition and decomposition: the plain functions against table-driven cases and
+// against a straightforward linear scan of the table, and the registered methods through the host.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "KxtTest.h"
+#include "MainStringCompose.h"
+#include "UnicodeTables.h"
+
+using namespace kxt_test;
+
+namespace {
+
+using Units = std::vector<uint16_t>;
+
+Units U(std::u16string_view s) {
+    return Units(s.begin(), s.end());
+}
+
+std::string hex(const Units& units) {
+    std::string s;
+    char buf[8];
+    for (uint16_t u : units) {
+        snprintf(buf, sizeof buf, "%04X ", u);
+        s += buf;
+    }
+    return s;
+}
+
+// Composition exactly as the rule reads: at each candidate unit, scan the whole table in order
+// for the first entry whose parts all match.
+Units composeByLinearScan(const Units& text) {
+    InitCharsWhoCanBeCompositionLookupTable();
+    Units out;
+    size_t i = 0;
+    while (i < text.size()) {
+        const uint16_t c = text[i];
+        const kxt::DecompositionEntry* match = nullptr;
+        size_t length = 0;
+        if (CharsWhoCanBeComposition[c] != 0) {
+            for (const auto& e : kxt::DecompositionTable) {
+                size_t p = 0;
+                while (p < 5 && e.parts[p] != 0 && i + p < text.size() &&
+                       text[i + p] == e.parts[p]) {
+                    ++p;
+                }
+                if (p < 5 && e.parts[p] != 0) continue;
+                match = &e;
+                length = p;
+                break;
+            }
+        }
+        if (match != nullptr) {
+            out.push_back(match->composed);
+            i += length;
+        } else {
+            out.push_back(c);
+            ++i;
+        }
+    }
+    return out;
+}
+
+Units decomposeByLinearScan(const Units& text) {
+    Units out;
+    for (uint16_t c : text) {
+        const kxt::DecompositionEntry* found = nullptr;
+        for (const auto& e : kxt::DecompositionTable) {
+            if (e.composed == c) found = &e;
+        }
+        if (found == nullptr) {
+            out.push_back(c);
+            continue;
+        }
+        for (size_t p = 0; p < 5 && found->parts[p] != 0; ++p) out.push_back(found->parts[p]);
+    }
+    return out;
+}
+
+struct Case {
+    std::u16string input;
+    std::u16string expected;
+};
+
+TEST(Decompose, ReplacesEntriesByTheirFullDecomposition) {
+    const Case cases[] = {
+        {u"", u""},
+        {u"\u00E9", u"e\u0301"},
+        {u"Cr\u00E8me Br\u00FBl\u00E9e", u"Cre\u0300me Bru\u0302le\u0301e"},
+        {u"\u1E08", u"C\u0327\u0301"},
+        {u"\u0344", u"\u0308\u0301"},
+        {u"\u212B", u"A\u030A"},
+        {u"\u1F82", u"\u03B1\u0313\u0300\u0345"},
+        {u"\uAC00\uAC01", u"\u1100\u1161\u1100\u1161\u11A8"},
+        {u"\uFA6C", u"\U000242EE"},
+        // Singletons, compatibility characters and everything without an entry pass through.
+        {u"\u2126\u0340\u00A0\u00A8\u00BF\u4E00\uFFFF",
+         u"\u2126\u0340\u00A0\u00A8\u00BF\u4E00\uFFFF"},
+        {u"\U0001F600\U000242EE", u"\U0001F600\U000242EE"},
+        {u"\xD800x\xDC00", u"\xD800x\xDC00"},
+        // Not reordered by combining class.
+        {u"\u00E9\u0323", u"e\u0301\u0323"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(kxt::decomposeUTF16(U(c.input)), U(c.expected)) << hex(U(c.input));
+    }
+}
+
+TEST(Decompose, GrowsPastItsFirstReserve) {
+    const Units text(5000, 0x1F82);  // four units each
+    const Units out = kxt::decomposeUTF16(text);
+    ASSERT_EQ(out.size(), 20000u);
+    for (size_t i = 0; i < out.size(); i += 4) {
+        ASSERT_EQ(Units(out.begin() + i, out.begin() + i + 4), U(u"\u03B1\u0313\u0300\u0345")) << i;
+    }
+}
+
+TEST(Compose, TakesTheFirstMatchingEntryInTableOrder) {
+    const Case cases[] = {
+        {u"", u""},
+        {u"e\u0301", u"\u00E9"},
+        {u"Cre\u0300me Bru\u0302le\u0301e", u"Cr\u00E8me Br\u00FBl\u00E9e"},
+        // U+00C7 precedes U+1E08, so the longer match is not taken.
+        {u"C\u0327\u0301", u"\u00C7\u0301"},
+        // Hangul: the L V syllable precedes every L V T syllable built on it.
+        {u"\u1100\u1161\u11A8", u"\uAC00\u11A8"},
+        {u"\u1100\u1161", u"\uAC00"},
+        {u"\u1100", u"\u1100"},
+        {u"\u1100\u11A8", u"\u1100\u11A8"},
+        // No rescan: A+diaeresis is never combined again with the macron (U+01DE).
+        {u"A\u0308\u0304", u"\u00C4\u0304"},
+        {u"\u00C4\u0304", u"\u00C4\u0304"},
+        // Marks in non-canonical order are not matched as one sequence.
+        {u"e\u0302\u0323", u"\u00EA\u0323"},
+        {u"e\u0323\u0302", u"\u1EB9\u0302"},
+        {u"\u03B1\u0313\u0300\u0345", u"\u1F00\u0300\u0345"},
+        {u"\u0CC6\u0CC2\u0CD5", u"\u0CCA\u0CD5"},
+        {u"\u0308\u0301", u"\u0344"},
+        // A part that would lie past the end does not match.
+        {u"e", u"e"},
+        {u"ba\u0301", u"b\u00E1"},
+        {u"xe\u1100", u"xe\u1100"},
+        // Precomposed text and plain letters stay as they are.
+        {u"\u00E9abc", u"\u00E9abc"},
+        // Surrogate pairs pass through, except the seven singleton targets.
+        {u"\U0001F600", u"\U0001F600"},
+        {u"\U000242EE\U0002284A\U00022844\U000233D5\U00025249\U00025CD0\U00027ED3",
+         u"\uFA6C\uFACF\uFAD0\uFAD1\uFAD5\uFAD6\uFAD7"},
+        {u"\xD850", u"\xD850"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(kxt::composeUTF16(U(c.input)), U(c.expected)) << hex(U(c.input));
+    }
+}
+
+TEST(Compose, RecomposesPrecomposedLatinOneLetters) {
+    for (uint16_t u = 0xC0; u <= 0xFF; ++u) {
+        if (kxt::findDecomposition(u) == nullptr) continue;
+        const Units one = {u};
+        EXPECT_EQ(kxt::composeUTF16(kxt::decomposeUTF16(one)), one) << std::hex << u;
+    }
+}
+
+// Random text built from the pieces where composition has choices to make.
+class TextGenerator {
+  public:
+    explicit TextGenerator(uint32_t seed) : rng_(seed) {}
+
+    Units next() {
+        Units text;
+        const int pieces = pick(0, 12);
+        for (int k = 0; k < pieces; ++k) appendPiece(text);
+        return text;
+    }
+
+  private:
+    int pick(int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng_); }
+    uint16_t unit(uint16_t low, uint16_t high) { return uint16_t(pick(low, high)); }
+
+    void appendPiece(Units& text) {
+        static const uint16_t kMarks[] = {0x0300, 0x0301, 0x0302, 0x0303, 0x0304, 0x0306, 0x0307,
+                                          0x0308, 0x0309, 0x030A, 0x030B, 0x030C, 0x031B, 0x0323,
+                                          0x0327, 0x0328, 0x0313, 0x0314, 0x0342, 0x0345, 0x0338};
+        switch (pick(0, 7)) {
+            case 0:  // Latin letter with marks
+                text.push_back(pick(0, 1) ? unit('A', 'Z') : unit('a', 'z'));
+                for (int m = pick(0, 3); m > 0; --m) text.push_back(kMarks[pick(0, 20)]);
+                break;
+            case 1:  // Hangul jamo, valid or not
+                for (int m = pick(1, 4); m > 0; --m) {
+                    const int kind = pick(0, 2);
+                    text.push_back(kind == 0   ? unit(0x1100, 0x1112)
+                                   : kind == 1 ? unit(0x1161, 0x1175)
+                                               : unit(0x11A8, 0x11C2));
+                }
+                break;
+            case 2:  // Greek with breathings, accents, iota subscript
+                text.push_back(pick(0, 1) ? unit(0x0391, 0x03A9) : unit(0x03B1, 0x03C9));
+                for (int m = pick(0, 3); m > 0; --m) text.push_back(kMarks[pick(14, 19)]);
+                break;
+            case 3: {  // a surrogate pair, often one of the seven table targets
+                static const uint32_t kTargets[] = {0x242EE, 0x2284A, 0x22844, 0x233D5,
+                                                    0x25249, 0x25CD0, 0x27ED3};
+                const uint32_t v =
+                    (pick(0, 1) ? kTargets[pick(0, 6)] : uint32_t(pick(0x10000, 0x10FFFF))) -
+                    0x10000;
+                text.push_back(uint16_t(0xD800 + (v >> 10)));
+                if (pick(0, 5) != 0) text.push_back(uint16_t(0xDC00 + (v & 0x3FF)));
+                break;
+            }
+            case 4:  // the parts of a random entry, perhaps cut short
+            case 5: {
+                const auto& e = kxt::DecompositionTable[pick(0, int(kxt::kDecompositionCount) - 1)];
+                const int keep = pick(1, 4);
+                for (int p = 0; p < keep && e.parts[p] != 0; ++p) text.push_back(e.parts[p]);
+                break;
+            }
+            case 6:  // any unit
+                text.push_back(unit(0, 0xFFFF));
+                break;
+            default:  // a mark on its own
+                text.push_back(kMarks[pick(0, 20)]);
+                break;
+        }
+    }
+
+    std::mt19937 rng_;
+};
+
+TEST(Compose, AgreesWithTheLinearScanOnRandomText) {
+    TextGenerator generator(20240611);
+    for (int n = 0; n < 20000; ++n) {
+        const Units text = generator.next();
+        ASSERT_EQ(kxt::composeUTF16(text), composeByLinearScan(text)) << "input: " << hex(text);
+    }
+}
+
+TEST(Decompose, AgreesWithTheLinearScanOnRandomText) {
+    TextGenerator generator(7);
+    for (int n = 0; n < 300; ++n) {
+        Units text = generator.next();
+        // Precomposed text too, so that most units hit the table.
+        for (uint16_t& u : text) {
+            if (u % 3 == 0) u = kxt::DecompositionTable[u % kxt::kDecompositionCount].composed;
+        }
+        ASSERT_EQ(kxt::decomposeUTF16(text), decomposeByLinearScan(text)) << "input: " << hex(text);
+    }
+}
+
+// ---- Through the host ---------------------------------------------------------------------------
+
+std::string utf8(std::u16string_view s) {
+    std::string out;
+    for (size_t i = 0; i < s.size(); ++i) {
+        uint32_t c = s[i];
+        if (c >= 0xD800 && c < 0xDC00 && i + 1 < s.size()) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (s[++i] - 0xDC00);
+        }
+        if (c < 0x80) {
+            out += char(c);
+        } else if (c < 0x800) {
+            out += {char(0xC0 | c >> 6), char(0x80 | (c & 0x3F))};
+        } else if (c < 0x10000) {
+            out += {char(0xE0 | c >> 12), char(0x80 | (c >> 6 & 0x3F)), char(0x80 | (c & 0x3F))};
+        } else {
+            out += {char(0xF0 | c >> 18), char(0x80 | (c >> 12 & 0x3F)),
+                    char(0x80 | (c >> 6 & 0x3F)), char(0x80 | (c & 0x3F))};
+        }
+    }
+    return out;
+}
+
+std::string utf16Bytes(std::u16string_view s) {
+    return std::string(reinterpret_cast<const char*>(s.data()), s.size() * 2);
+}
+
+constexpr const char* kCompose = "ConvertUnicodeToCharacterCompositionKXT";
+constexpr const char* kDecompose = "ConvertUnicodeToCharacterDecompositionKXT";
+
+class ComposeMethods : public HostTest {};
+
+TEST_F(ComposeMethods, ConvertBothWaysAndAnswerInUnicode) {
+    const struct {
+        const char* method;
+        std::u16string input, expected;
+    } cases[] = {
+        {kDecompose, u"Cr\u00E8me", u"Cre\u0300me"},
+        {kCompose, u"Cre\u0300me", u"Cr\u00E8me"},
+        {kDecompose, u"\uAC01", u"\u1100\u1161\u11A8"},
+        {kCompose, u"\u1100\u1161\u11A8", u"\uAC00\u11A8"},
+        {kCompose, u"C\u0327\u0301", u"\u00C7\u0301"},
+        {kDecompose, u"\u2126\u0340", u"\u2126\u0340"},
+        {kCompose, u"\U000242EE\U0001F600", u"\uFA6C\U0001F600"},
+        {kDecompose, u"\U0001F600\uFA6C", u"\U0001F600\U000242EE"},
+    };
+    for (const auto& c : cases) {
+        Value r = call(c.method, {S(utf8(c.input))});
+        EXPECT_EQ(r.bytes(), utf8(c.expected)) << c.method << " " << utf8(c.input);
+        EXPECT_EQ(r.encoding(), kREALTextEncodingUTF8);
+    }
+}
+
+TEST_F(ComposeMethods, AcceptAnyInputEncoding) {
+    EXPECT_EQ(callBytes(kDecompose, {S("\xE9t\xE9", kREALTextEncodingISOLatin1)}),
+              utf8(u"e\u0301te\u0301"));
+    EXPECT_EQ(callBytes(kDecompose, {S("caf\xE9", kREALTextEncodingWindowsLatin1)}),
+              utf8(u"cafe\u0301"));
+    EXPECT_EQ(callBytes(kCompose, {S(utf16Bytes(u"e\u0301"), kREALTextEncodingUTF16)}),
+              utf8(u"\u00E9"));
+    EXPECT_EQ(callBytes(kCompose, {S("abc", kREALTextEncodingASCII)}), "abc");
+}
+
+TEST_F(ComposeMethods, NilAndEmptyGiveNil) {
+    for (const char* method : {kCompose, kDecompose}) {
+        EXPECT_TRUE(call(method, {Nil()}).isNil()) << method;
+        EXPECT_TRUE(call(method, {S("")}).isNil()) << method;
+    }
+}
+
+TEST_F(ComposeMethods, LargeTextGivesWhatThePlainFunctionsGive) {
+    // Not a round trip: the first match recomposes ἄ as ἀ + U+0301 and 한 as 하 + U+11AB.
+    const std::u16string sample = u"na\u00EFve \u1F04\u03BD\u03B4\u03C1\u03B1 \uD55C\uAD6D\uC5B4 ";
+    std::u16string text;
+    while (text.size() < (4u << 20)) text += sample;
+    const Units decomposed = kxt::decomposeUTF16(U(text));
+    const Units composed = kxt::composeUTF16(decomposed);
+    Value viaHost = call(kDecompose, {S(utf8(text))});
+    EXPECT_TRUE(viaHost.bytes() == utf8(std::u16string(decomposed.begin(), decomposed.end())));
+    viaHost = call(kCompose, {viaHost});
+    EXPECT_TRUE(viaHost.bytes() == utf8(std::u16string(composed.begin(), composed.end())));
+    EXPECT_EQ(composed.size(), text.size() + text.size() / sample.size() * 3);
+}
+
+class ComposeMethodsOnOldHost : public HostTest {
+    xhost::HostOptions options() const override {
+        xhost::HostOptions o;
+        o.version = 2011.04;
+        return o;
+    }
+};
+
+TEST_F(ComposeMethodsOnOldHost, AnswerInUTF16WhereTheHostCannotConvert) {
+    Value r = call(kDecompose, {S(utf8(u"\u00E9"))});
+    EXPECT_EQ(r.encoding(), kREALTextEncodingUTF16);
+    EXPECT_EQ(r.bytes(), utf16Bytes(u"e\u0301"));
+}
+
+class ComposeMethodsDebugging : public HostTest {};
+
+TEST_F(ComposeMethodsDebugging, LogTheirSteps) {
+    ASSERT_TRUE(host().setDebugging(true));
+    ::testing::internal::CaptureStderr();
+    Value composed = call(kCompose, {S(utf8(u"!e\u0301"))});
+    Value decomposed = call(kDecompose, {S(utf8(u"\u00E9"))});
+    const std::string log = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(composed.bytes(), utf8(u"!\u00E9"));
+    for (const char* line :
+         {"KXT Debug: ConvertUnicodeToCharacterCompositionKXT\n",
+          "KXT Debug: count compositions 12197\n", "KXT Debug: findCompositionInText 101\n",
+          "KXT Debug: outsize 2\n", "KXT Debug: ConvertUnicodeToCharacterDecompositionKXT\n",
+          "KXT Debug: findComposition 233\n", "KXT Debug: middle before 6098\n",
+          "KXT Debug: Char found 233, 34\n"}) {
+        EXPECT_NE(log.find(line), std::string::npos) << line << " missing from\n" << log;
+    }
+    // "!" starts no decomposition and is not looked for.
+    EXPECT_EQ(log.find("findCompositionInText 33"), std::string::npos);
+}
+
+}  // namespace

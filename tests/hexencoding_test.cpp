@@ -1,0 +1,140 @@
+// Hexadecimal text, MySQL escapes and hex dumps.
+#include "Hexencoding.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include "hexstring.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+TEST(HexEncode, WritesTwoUpperCaseDigitsPerByte) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"\x00\xFF"s, "00FF"}, {"", ""}, {"Az\n", "417A0A"}, {"\x9C\x0F", "9C0F"}};
+    for (const auto& [in, expected] : cases) EXPECT_EQ(kxt::encodeHex(in), expected);
+}
+
+TEST(HexDecode, ReadsPairsWithNonDigitsAsZero) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"00ff41", "\x00\xFF\x41"s},
+        {"00FFa0", "\x00\xFF\xA0"s},
+        {"414", "A"},  // an odd last character is ignored
+        {"4", ""},
+        {"", ""},
+        {"zz", "\x00"s},
+        {"4 1", "\x40"},  // blanks take their place in the pair
+        {"4 14", "\x40\x14"},
+        {"0x41", "\x00\x41"s},
+        {"g1G2", "\x01\x02"},
+    };
+    for (const auto& [in, expected] : cases) EXPECT_EQ(kxt::decodeHex(in), expected) << in;
+}
+
+TEST(HexProperty, DecodingUndoesEncodingInEitherCase) {
+    std::mt19937 rng(16);
+    for (int round = 0; round < 2000; ++round) {
+        std::string in(rng() % 50, '\0');
+        for (char& c : in) c = char(rng());
+        std::string hex = kxt::encodeHex(in);
+        ASSERT_EQ(kxt::decodeHex(hex), in) << hex;
+        for (char& c : hex) c = char(tolower(static_cast<unsigned char>(c)));
+        ASSERT_EQ(kxt::decodeHex(hex), in) << hex;
+    }
+}
+
+TEST(MySQLDecode, UndoesBackslashEscapes) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"it\\'s\\nok\\q", "it's\nok\\q"},  // an unknown escape is kept whole
+        {"\\0\\'\\\"\\b\\n\\r\\t\\Z\\\\\\%\\_", "\0'\"\b\n\r\t\x1A\\%_"s},
+        {"\\", "\\"},  // a trailing backslash stays
+        {"ab\\", "ab\\"},
+        {"\\\\\\", "\\\\"},
+        {"\\x\\", "\\x\\"},
+        {"\\\xFF", "\\\xFF"},
+        {"plain", "plain"},
+        {"", ""},
+    };
+    for (const auto& [in, expected] : cases) EXPECT_EQ(kxt::decodeMySQL(in), expected) << in;
+}
+
+kxt::HexLayout layout(int64_t hexlen, int64_t linelen, std::string_view start = "",
+                      std::string_view end = "", std::string_view spacer = "",
+                      std::string_view filler = "") {
+    return {hexlen, linelen, start, end, spacer, filler};
+}
+
+TEST(Hexstring, LaysOutLinesAndPadsTheLastOne) {
+    const std::tuple<std::string, kxt::HexLayout, std::string> cases[] = {
+        {"ABC", layout(2, 2, "[", "]", " "), "[41 42][43 00]"},
+        {"ABC", layout(2, 2, "[", "]", " ", "xy"), "[41 42][43 xy]"},
+        {"ABC", layout(2, 3, "", "\n", " ", "."), "41 42 43\n"},
+        {"ABC", layout(3, 1, "", "|"), "414|243|"},
+        {"ABCDE", layout(4, 1, "", "", "", "xy"),
+         "41424344"
+         "45xy"},
+        {"AB", layout(2, 1, "", "\n"), "41\n42\n"},
+        {"A", layout(1, 1, "<", ">", "-"), "<4><1>"},
+        {"\xFF", layout(8, 2, "", "", " ", "abc"), "FFabcabc abcabcab"},
+    };
+    for (const auto& [in, l, expected] : cases) EXPECT_EQ(kxt::hexstring(in, l), expected) << in;
+}
+
+TEST(Hexstring, RejectsEmptyInputAndNonPositiveSizes) {
+    for (const auto& l :
+         {layout(0, 2), layout(2, 0), layout(-2, 2), layout(2, -1), layout(INT64_MIN, INT64_MIN)}) {
+        EXPECT_EQ(kxt::hexstring("ABC", l), "");
+    }
+    EXPECT_EQ(kxt::hexstring("", layout(2, 2)), "");
+}
+
+TEST(Hexstring, GivesNothingWhenTheDumpCouldNotBeAHostString) {
+    EXPECT_EQ(kxt::hexstring("A", layout(int64_t(1) << 40, 1)), "");
+    EXPECT_EQ(kxt::hexstring("A", layout(INT64_MAX, INT64_MAX)), "");
+    EXPECT_EQ(kxt::hexstring("A", layout(1, 1, "", "", "", "")), "41");
+    EXPECT_EQ(kxt::hexstring("A", layout(2, 1 << 30, "", "", "")), "");  // 2^31 characters
+}
+
+// The dump as first described: the hex text padded linelen x hexlen times with the filler,
+// lines read from it, and the result cut at (padded length / G) x line size.
+std::string referenceHexstring(std::string_view in, const kxt::HexLayout& l) {
+    if (in.empty() || l.hexlen < 1 || l.linelen < 1) return "";
+    std::string h = kxt::encodeHex(in);
+    const int64_t hexLength = int64_t(h.size());
+    std::string filler = l.filler.empty() ? "0" : std::string(l.filler);
+    for (int64_t i = 0; i < l.linelen * l.hexlen; ++i) h += filler;
+    const int64_t g = l.linelen * l.hexlen;
+    const int64_t lineSize = ((g - 1) / l.hexlen) * int64_t(l.spacer.size()) + g +
+                             int64_t(l.lineend.size() + l.linestart.size());
+    const int64_t cap = (int64_t(h.size()) / g) * lineSize;
+    std::string out;
+    for (int64_t p = 0; p < hexLength;) {
+        out += l.linestart;
+        for (int64_t j = 0; j < l.linelen; ++j) {
+            if (j != 0) out += l.spacer;
+            out += h.substr(size_t(p), size_t(l.hexlen));
+            p += l.hexlen;
+        }
+        out += l.lineend;
+    }
+    return out.substr(0, size_t(std::min<int64_t>(cap, int64_t(out.size()))));
+}
+
+TEST(HexstringProperty, AgreesWithThePaddedTextReading) {
+    std::mt19937 rng(44);
+    const std::string pieces[] = {"", " ", "-", "\r\n", "0x", "abc"};
+    for (int round = 0; round < 3000; ++round) {
+        std::string in(rng() % 40, '\0');
+        for (char& c : in) c = char(rng());
+        kxt::HexLayout l = layout(int64_t(rng() % 6), int64_t(rng() % 6), pieces[rng() % 6],
+                                  pieces[rng() % 6], pieces[rng() % 6], pieces[rng() % 6]);
+        ASSERT_EQ(kxt::hexstring(in, l), referenceHexstring(in, l))
+            << in.size() << " bytes, " << l.hexlen << " x " << l.linelen << " filler '" << l.filler
+            << "'";
+    }
+}
+
+}  // namespace

@@ -1,0 +1,134 @@
+// ISO-8859-1 and Windows-1252: the tables and both directions.
+#include "ISOencoding.h"
+
+#include <gtest/gtest.h>
+#include <iconv.h>
+
+#include <random>
+#include <string>
+
+namespace {
+
+using namespace std::string_literals;
+
+std::string encode(std::u16string_view units, const kxt::CodePage& page) {
+    return kxt::encodeCodePage({reinterpret_cast<const uint16_t*>(units.data()), units.size()},
+                               page);
+}
+std::u16string decode(std::string_view bytes, const kxt::CodePage& page) {
+    std::vector<uint16_t> units = kxt::decodeCodePage(bytes, page);
+    return {units.begin(), units.end()};
+}
+
+TEST(CodePageTables, ISO8859IsTheIdentity) {
+    for (int b = 0; b < 256; ++b) EXPECT_EQ(kxt::ISO8859Table[b], b);
+}
+
+TEST(CodePageTables, CP1252DiffersOnlyIn80To9FWithFiveUndefinedBytesAtZero) {
+    int zeros = 0;
+    for (int b = 0; b < 256; ++b) {
+        if (b < 0x80 || b > 0x9F) {
+            EXPECT_EQ(kxt::CP1252Table[b], b) << b;
+        }
+        if (kxt::CP1252Table[b] == 0) ++zeros;
+    }
+    EXPECT_EQ(zeros, 6);  // byte 0 and the five undefined bytes
+    for (int b : {0x81, 0x8D, 0x8F, 0x90, 0x9D}) EXPECT_EQ(kxt::CP1252Table[b], 0) << b;
+    EXPECT_EQ(kxt::CP1252Table[0x80], 0x20AC);
+    EXPECT_EQ(kxt::CP1252Table[0x9F], 0x0178);
+}
+
+// The C library's own converter is an independent copy of the published mapping; it rejects
+// the undefined bytes.
+TEST(CodePageTables, CP1252AgreesWithTheCLibrary) {
+    iconv_t cd = iconv_open("UTF-16LE", "CP1252");
+    ASSERT_NE(cd, iconv_t(-1));
+    for (int b = 0; b < 256; ++b) {
+        char in = char(b);
+        char out[4] = {};
+        char* inPtr = &in;
+        char* outPtr = out;
+        size_t inLeft = 1, outLeft = sizeof out;
+        iconv(cd, nullptr, nullptr, nullptr, nullptr);
+        size_t r = iconv(cd, &inPtr, &inLeft, &outPtr, &outLeft);
+        if (r == size_t(-1)) {
+            EXPECT_EQ(kxt::CP1252Table[b], 0) << "byte " << b << " is undefined";
+        } else {
+            uint16_t unit = uint16_t(uint8_t(out[0]) | uint8_t(out[1]) << 8);
+            EXPECT_EQ(kxt::CP1252Table[b], unit) << "byte " << b;
+        }
+    }
+    iconv_close(cd);
+}
+
+TEST(CodePageEncode, KeepsWhatThePageHoldsAndDropsTheRest) {
+    const std::tuple<std::u16string, const kxt::CodePage*, std::string> cases[] = {
+        {u"\u20ACuro", &kxt::CP1252, "\x80uro"},
+        {u"\u20ACuro", &kxt::ISO8859, "uro"},
+        {u"\u00E9", &kxt::ISO8859, ""},  // fewer than 3 units are not converted
+        {u"ab", &kxt::CP1252, ""},
+        {u"ab\u00E9", &kxt::ISO8859, "ab\xE9"},
+        {u"\u201C\u201D\u0178", &kxt::CP1252, "\x93\x94\x9F"},
+        {u"ab\u0093", &kxt::CP1252, "ab"},  // U+0093 is not in Windows-1252
+        {u"ab\u0093", &kxt::ISO8859, "ab\x93"},
+        {u"ab\u0081", &kxt::CP1252, "ab"},
+        {u"ab\0"s, &kxt::CP1252, "ab\0"s},  // the first zero entry, byte 0
+        {u"ab\U0001F600", &kxt::CP1252, "ab"},
+        {u"ab\U0001F600", &kxt::ISO8859, "ab"},
+        {u"\u0100\u4E2D\uFFFF", &kxt::ISO8859, ""},
+    };
+    for (const auto& [in, page, expected] : cases) EXPECT_EQ(encode(in, *page), expected);
+}
+
+TEST(CodePageDecode, MapsEveryByteThroughTheTable) {
+    EXPECT_EQ(decode("\x93", kxt::CP1252), u"\u201C");
+    EXPECT_EQ(decode("\x81", kxt::CP1252), std::u16string(1, u'\0'));
+    EXPECT_EQ(decode("\x93", kxt::ISO8859), u"\u0093");
+    EXPECT_EQ(decode("a\x80\xFF", kxt::CP1252), u"a\u20AC\u00FF");
+    EXPECT_EQ(decode("", kxt::CP1252), u"");
+}
+
+// The lookup as first described: the first table index whose entry equals the unit.
+std::string referenceEncode(std::u16string_view units, const kxt::CodePageTable& table) {
+    if (units.size() < 3) return "";
+    std::string out;
+    for (char16_t u : units) {
+        for (int k = 0; k < 256; ++k) {
+            if (table[k] == u) {
+                out += char(k);
+                break;
+            }
+        }
+    }
+    return out;
+}
+
+TEST(CodePageProperty, ReverseLookupAgreesWithTableScan) {
+    std::mt19937 rng(1252);
+    for (int round = 0; round < 3000; ++round) {
+        std::u16string in(rng() % 12, u'\0');
+        for (char16_t& u : in) {
+            u = rng() % 2 ? char16_t(rng() % 0x100) : char16_t(kxt::CP1252Table[rng() % 256]);
+            if (rng() % 8 == 0) u = char16_t(rng());
+        }
+        ASSERT_EQ(encode(in, kxt::CP1252), referenceEncode(in, kxt::CP1252Table));
+        ASSERT_EQ(encode(in, kxt::ISO8859), referenceEncode(in, kxt::ISO8859Table));
+    }
+}
+
+TEST(CodePageProperty, EncodingUndoesDecoding) {
+    std::mt19937 rng(8859);
+    for (int round = 0; round < 2000; ++round) {
+        std::string in(3 + rng() % 40, '\0');
+        for (char& c : in) c = char(rng());
+        EXPECT_EQ(encode(decode(in, kxt::ISO8859), kxt::ISO8859), in);
+        // Undefined Windows-1252 bytes come back as byte 0.
+        std::string expected = in;
+        for (char& c : expected) {
+            if (kxt::CP1252Table[uint8_t(c)] == 0) c = '\0';
+        }
+        EXPECT_EQ(encode(decode(in, kxt::CP1252), kxt::CP1252), expected);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,340 @@
+// UTF-8 repair and validity scans, string extraction, ASCII tests and printable replacement over
+// plain buffers; the 16-byte paths against the byte loops of search_reference.h.
+#include "rbstring.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include "KxtTest.h"
+#include "search_reference.h"
+
+using namespace std::string_literals;
+using namespace kxt_test;
+
+namespace {
+
+const uint8_t* u8(std::string_view s) {
+    return reinterpret_cast<const uint8_t*>(s.data());
+}
+
+std::string repaired(std::string_view s, std::string_view placeholder) {
+    std::string out;
+    kxt::CheckUTF8(out, placeholder, u8(s), s.size());
+    return out;
+}
+
+std::vector<std::string> extracted(std::string_view s, int64_t minLength) {
+    std::vector<std::string> out;
+    for (auto v : kxt::stringsInData(s, minLength)) out.emplace_back(v);
+    return out;
+}
+
+TEST(WellFormedSequences, FollowTheUnicodeTable) {
+    struct Row {
+        std::string bytes;
+        size_t expected;
+    } rows[] = {
+        {"a", 1},
+        {"\x7F", 1},
+        {"\x80", 0},
+        {"\xC1\xBF", 0},
+        {"\xC2\x80", 2},
+        {"\xDF\xBF", 2},
+        {"\xC2", 0},
+        {"\xC2\x41", 0},
+        {"\xE0\x9F\x80", 0},
+        {"\xE0\xA0\x80", 3},
+        {"\xED\x9F\xBF", 3},
+        {"\xED\xA0\x80", 0},
+        {"\xEF\xBF\xBF", 3},
+        {"\xE1\x80", 0},
+        {"\xF0\x8F\x80\x80", 0},
+        {"\xF0\x90\x80\x80", 4},
+        {"\xF4\x8F\xBF\xBF", 4},
+        {"\xF4\x90\x80\x80", 0},
+        {"\xF5\x80\x80\x80", 0},
+        {"\xFF", 0},
+        {"\xF1\x80\x80", 0},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(kxt::wellFormedSequenceLength(r.bytes), r.expected)
+            << testing::PrintToString(r.bytes);
+    }
+}
+
+TEST(RepairScan, OnePlaceholderPerBadByte) {
+    struct Row {
+        std::string bytes, placeholder, expected;
+    } rows[] = {
+        {"a\xFF"
+         "b",
+         "?", "a?b"},
+        {"\xC3\xA9", "?", "\xC3\xA9"},
+        {"\xED\xA0\x80", "?", "???"},       // a surrogate
+        {"\xE2\x82", "<>", "<><>"},         // cut off by the end
+        {"\x01\x7F\t", "?", "\x01\x7F\t"},  // control bytes are valid
+        {"a\x80"
+         "b",
+         "", "ab"},  // an empty placeholder drops
+        {"\xF0\x9F\x98\x80!", "?", "\xF0\x9F\x98\x80!"},
+        {"\xC3\xA9\xC3", "\xEF\xBF\xBD", "\xC3\xA9\xEF\xBF\xBD"},
+        {"", "?", ""},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(repaired(r.bytes, r.placeholder), r.expected) << testing::PrintToString(r.bytes);
+    }
+}
+
+TEST(ValidPrefix, StopsAtControlBytesAndBadSequences) {
+    struct Row {
+        std::string bytes;
+        size_t expected;
+    } rows[] = {
+        {"hello", 5},  {"he\x01llo", 2}, {"a\tb\r\nc", 6},
+        {"ab\x7F", 2}, {"\xC3\xA9x", 3}, {"x\xC3", 1},
+        {"\0a"s, 0},   {"", 0},          {std::string(50, 'q') + "\x1B" + "tail", 50},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(kxt::CheckUTF8(u8(r.bytes), r.bytes.size()), r.expected)
+            << testing::PrintToString(r.bytes);
+    }
+    EXPECT_EQ(kxt::CheckUTF8(nullptr, 10), 0u);
+}
+
+TEST(Extraction, RunsLongerThanMinLengthAndNotOnlySpaces) {
+    const std::string helloWorld = "hello\0\0world"s;
+    struct Row {
+        std::string bytes;
+        int64_t minLength;
+        std::vector<std::string> expected;
+    } rows[] = {
+        {helloWorld, 4, {"hello", "world"}},
+        {helloWorld, 5, {}},
+        {helloWorld, 0, {"hello", "world"}},
+        {helloWorld, -7, {"hello", "world"}},
+        {" \t \t ", 0, {}},
+        {"a", 0, {"a"}},
+        {"ab\x01"
+         "cd",
+         1,
+         {"ab", "cd"}},
+        {"ab\x01\x01"
+         "cd",
+         0,
+         {"ab", "cd"}},
+        {"  \x01x", 0, {"x"}},
+        {"\xC3\xA9t\xC3\xA9\xFF"
+         "zz",
+         1,
+         {"\xC3\xA9t\xC3\xA9", "zz"}},
+        {"abc\xFF"
+         "def",
+         3,
+         {}},
+        {"abc\xFF"
+         "defg",
+         3,
+         {"defg"}},
+        {"x", INT64_MAX, {}},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(extracted(r.bytes, r.minLength), r.expected)
+            << testing::PrintToString(r.bytes) << " min " << r.minLength;
+    }
+}
+
+TEST(Extraction, SpaceOnlyRangesAreSkipped) {
+    EXPECT_TRUE(kxt::IsSpaceOnly(u8(" \t\r\n"), 4));
+    EXPECT_TRUE(kxt::IsSpaceOnly(nullptr, 0));
+    EXPECT_FALSE(kxt::IsSpaceOnly(u8(" !"), 2));
+}
+
+TEST(ASCIITests, ByMode) {
+    struct Row {
+        std::string bytes;
+        int64_t mode;
+        bool expected;
+    } rows[] = {
+        {"", 0, true},       {"", 3, true},       {"abc", 3, false},   {"abc", -1, false},
+        {"a\x01", 0, true},  {"a\x80", 0, false}, {"a\x7F", 1, true},  {"a\x1F", 1, false},
+        {"a\x80", 1, false}, {"a\x80", 2, true},  {"a\x1F", 2, false}, {"\xFF ", 2, true},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(kxt::isASCIIText(r.bytes, r.mode), r.expected)
+            << testing::PrintToString(r.bytes) << " mode " << r.mode;
+    }
+}
+
+TEST(Printable, ReplacesControlAndHighBytes) {
+    const std::string in = "\ta\xC3\xA9\x7F ";
+    std::string out(in.size(), '\0');
+    kxt::replaceNonPrintable(in, '.', reinterpret_cast<uint8_t*>(out.data()));
+    EXPECT_EQ(out, ".a..\x7F ");
+}
+
+// The fast paths meet their byte loops at every length around the 16- and 64-byte blocks and
+// with the interesting byte at every position.
+TEST(FastPathsAgreeWithByteLoops, UTF8AndASCIIScans) {
+    std::mt19937_64 rng(31337);
+    for (int iteration = 0; iteration < 6000; ++iteration) {
+        std::string s;
+        switch (iteration % 3) {
+            case 0:
+                s = ref::adversarialBytes(rng, rng() % 150);
+                break;
+            case 1:
+                s = ref::mostlyUTF8(rng, rng() % 60, 3);
+                break;
+            default: {
+                s = std::string(rng() % 140, 'a' + char(rng() % 26));
+                if (!s.empty() && rng() % 4) s[rng() % s.size()] = char(rng());
+            }
+        }
+        const std::string placeholder = iteration % 5 == 0 ? "" : "\xEF\xBF\xBD";
+        ASSERT_EQ(repaired(s, placeholder), ref::repairUTF8(s, placeholder))
+            << testing::PrintToString(s);
+        ASSERT_EQ(kxt::wellFormedPrefixLength(s), ref::wellFormedPrefix(s))
+            << testing::PrintToString(s);
+        ASSERT_EQ(kxt::CheckUTF8(u8(s), s.size()), ref::validPrefix(s))
+            << testing::PrintToString(s);
+        const int64_t minLength = int64_t(rng() % 6) - 1;
+        ASSERT_EQ(extracted(s, minLength), ref::stringsInData(s, minLength))
+            << testing::PrintToString(s) << " min " << minLength;
+        for (int64_t mode : {0, 1, 2, 3}) {
+            ASSERT_EQ(kxt::isASCIIText(s, mode), ref::isASCIIText(s, mode))
+                << testing::PrintToString(s) << " mode " << mode;
+        }
+        const uint8_t replacement = uint8_t(rng());
+        std::string out(s.size(), '\0');
+        kxt::replaceNonPrintable(s, replacement, reinterpret_cast<uint8_t*>(out.data()));
+        ASSERT_EQ(out, ref::replaceNonPrintable(s, replacement)) << testing::PrintToString(s);
+    }
+}
+
+TEST(FastPathsAgreeWithByteLoops, ValidTextRepairsToItself) {
+    std::mt19937_64 rng(5);
+    for (int iteration = 0; iteration < 200; ++iteration) {
+        const std::string s = ref::mostlyUTF8(rng, rng() % 400, 0);
+        ASSERT_EQ(repaired(s, "?"), s) << testing::PrintToString(s);
+    }
+}
+
+TEST(Extraction, LongRejectedRunsStayLinear) {
+    // A megabyte of spaces then one word: stepping one byte at a time through the spaces, each
+    // step rescanning the rest, would take minutes.
+    const std::string s = std::string(1 << 20, ' ') + "\x01word";
+    EXPECT_EQ(extracted(s, 0), std::vector<std::string>{"word"});
+    const std::string t = std::string(1 << 20, 'x') + "\x01" + "yz";
+    EXPECT_EQ(extracted(t, 1 << 20), std::vector<std::string>{});
+}
+
+// ---- through the host ----
+
+class UTF8Methods : public HostTest {};
+
+TEST_F(UTF8Methods, CheckUTF8RepairsEveryOverloadAsUTF8) {
+    std::string bytes =
+        "a\xFF"
+        "b\xED\xA0\x80";
+    Value fromString = call("CheckUTF8KXT", {Raw(bytes), S("?")});
+    EXPECT_EQ(fromString.bytes(), "a?b???");
+    EXPECT_EQ(fromString.encoding(), kREALTextEncodingUTF8);
+    EXPECT_EQ(callBytes("CheckUTF8KXT", {MB(bytes), S("?")}), "a?b???");
+    Value fromPtr =
+        call("CheckUTF8KXT", {Value::pointer(bytes.data()), I(int64_t(bytes.size())), S("?")});
+    EXPECT_EQ(fromPtr.bytes(), "a?b???");
+    EXPECT_EQ(fromPtr.encoding(), kREALTextEncodingUTF8);
+    // Only the given size is read.
+    EXPECT_EQ(callBytes("CheckUTF8KXT", {Value::pointer(bytes.data()), I(2), S("?")}), "a?");
+}
+
+TEST_F(UTF8Methods, CheckUTF8ReadsThePlaceholderAsText) {
+    const std::string utf16Replacement("\xFD\xFF", 2);  // U+FFFD in host order
+    EXPECT_EQ(
+        callBytes("CheckUTF8KXT", {Raw("x\x80"), S(utf16Replacement, kREALTextEncodingUTF16)}),
+        "x\xEF\xBF\xBD");
+    EXPECT_EQ(callBytes("CheckUTF8KXT", {Raw("x\x80y"), Nil()}), "xy");
+    // Valid input comes back unchanged and tagged UTF-8, whatever it was tagged before.
+    Value valid = call("CheckUTF8KXT", {Raw("caf\xC3\xA9"), S("?")});
+    EXPECT_EQ(valid.bytes(), "caf\xC3\xA9");
+    EXPECT_EQ(valid.encoding(), kREALTextEncodingUTF8);
+}
+
+TEST_F(UTF8Methods, CheckUTF8OfNothingIsNil) {
+    EXPECT_TRUE(call("CheckUTF8KXT", {Nil(), S("?")}).isNil());
+    EXPECT_TRUE(call("CheckUTF8KXT", {S(""), S("?")}).isNil());
+    EXPECT_TRUE(call("CheckUTF8KXT", {Value::pointer(nullptr), I(5), S("?")}).isNil());
+    std::string bytes = "abc";
+    EXPECT_TRUE(call("CheckUTF8KXT", {Value::pointer(bytes.data()), I(0), S("?")}).isNil());
+    EXPECT_TRUE(call("CheckUTF8KXT", {Value::pointer(bytes.data()), I(-1), S("?")}).isNil());
+}
+
+TEST_F(UTF8Methods, GetStringsFromDataForEveryOverload) {
+    const std::string data = "hello\0\0world"s;
+    const std::vector<std::string> both{"hello", "world"};
+    EXPECT_EQ(call("GetStringsFromDataKXT", {Raw(data), I(4)}).strings(), both);
+    EXPECT_EQ(call("GetStringsFromDataKXT", {Raw(data)}).strings(), both);
+    EXPECT_EQ(call("GetStringsFromDataKXT", {MB(data), I(4)}).strings(), both);
+    EXPECT_EQ(call("GetStringsFromDataKXT", {MB(data)}).strings(), both);
+    std::string copy = data;
+    EXPECT_EQ(
+        call("GetStringsFromDataKXT", {Value::pointer(copy.data()), I(int64_t(copy.size())), I(4)})
+            .strings(),
+        both);
+    EXPECT_EQ(call("GetStringsFromDataKXT", {Value::pointer(copy.data()), I(5)}).strings(),
+              std::vector<std::string>{"hello"});
+}
+
+TEST_F(UTF8Methods, GetStringsFromDataWithNothingFound) {
+    Value none = call("GetStringsFromDataKXT", {Raw("hello\0\0world"s), I(5)});
+    EXPECT_FALSE(none.isNil());
+    EXPECT_TRUE(none.strings().empty());
+    EXPECT_TRUE(call("GetStringsFromDataKXT", {Raw(" \t \t")}).strings().empty());
+    EXPECT_TRUE(call("GetStringsFromDataKXT", {Nil()}).isNil());
+    EXPECT_TRUE(call("GetStringsFromDataKXT", {Value::pointer(nullptr), I(3)}).isNil());
+    std::string bytes = "abc";
+    EXPECT_TRUE(call("GetStringsFromDataKXT", {Value::pointer(bytes.data()), I(-1)}).isNil());
+}
+
+TEST_F(UTF8Methods, ExtractedStringsAreUTF8) {
+    Value r = call("GetStringsFromDataKXT", {Raw("\x01\xC3\xA9t\xC3\xA9\x02")});
+    EXPECT_EQ(r.strings(), std::vector<std::string>{"\xC3\xA9t\xC3\xA9"});
+}
+
+TEST_F(UTF8Methods, IsASCIIStringByMode) {
+    struct Row {
+        std::vector<Value> args;
+        bool expected;
+    } rows[] = {
+        {{Nil()}, true},
+        {{S("")}, true},
+        {{S("abc")}, true},
+        {{S("\xC3\xA9")}, false},
+        {{Nil(), I(3)}, true},
+        {{S("abc"), I(3)}, false},
+        {{S("a\x7F"), I(1)}, true},
+        {{S("a\t"), I(1)}, false},
+        {{Raw("a\x80"), I(2)}, true},
+        {{S("a\n"), I(2)}, false},
+        {{S("a\n"), I(0)}, true},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(call("IsASCIIStringKXT", r.args).asBoolean(), r.expected)
+            << r.args[0].bytes() << " with " << r.args.size() << " arguments";
+    }
+}
+
+TEST_F(UTF8Methods, ReplaceNonPrintableGivesASCII) {
+    Value r = call("ReplaceNonPrintableCharactersKXT", {S("\ta\xC3\xA9")});
+    EXPECT_EQ(r.bytes(), ".a..");
+    EXPECT_EQ(r.encoding(), kREALTextEncodingASCII);
+    EXPECT_EQ(callBytes("ReplaceNonPrintableCharactersKXT", {S("\x01x\x7F"), I(63)}), "?x\x7F");
+    EXPECT_EQ(callBytes("ReplaceNonPrintableCharactersKXT", {S("\x01"), I(256 + 42)}), "*");
+    EXPECT_TRUE(call("ReplaceNonPrintableCharactersKXT", {Nil()}).isNil());
+    const std::string long_(1000, '\x05');
+    EXPECT_EQ(callBytes("ReplaceNonPrintableCharactersKXT", {Raw(long_)}), std::string(1000, '.'));
+}
+
+}  // namespace

@@ -1,0 +1,143 @@
+// E-mail subjects, yEnc data and byte-order marks.
+#include "stringdetect.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+namespace {
+
+using namespace std::string_literals;
+
+TEST(EmailSubject, OnlyBytesOutside32To127NeedAnEncodedWord) {
+    const std::pair<std::string, bool> cases[] = {
+        {"Hello World", false},
+        {"", false},
+        {"a?=_~\x7F", false},
+        {"Gr\xC3\xBC\xC3\x9F"
+         "e",
+         true},
+        {"a\tb", true},
+        {"\x1F", true},
+        {"\x80", true},
+    };
+    for (const auto& [in, needs] : cases) EXPECT_EQ(kxt::subjectNeedsEncoding(in), needs) << in;
+}
+
+TEST(EmailSubject, BecomesOneQEncodedWord) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"Gr\xC3\xBC\xC3\x9F"
+         "e",
+         "=?utf-8?Q?Gr=C3=BC=C3=9Fe?="},
+        {"a b_c=d \xC3\xBC", "=?utf-8?Q?a_b=5Fc=3Dd_=C3=BC?="},
+        {"a\tb?",
+         "=?utf-8?Q?a\tb?"
+         "?="},  // tab and "?" written as they are
+        {"\xFF\x80", "=?utf-8?Q?=FF=80?="},
+        {std::string(200, '\xE9'), "=?utf-8?Q?" +
+                                       [] {
+                                           std::string s;
+                                           for (int i = 0; i < 200; ++i) s += "=E9";
+                                           return s;
+                                       }() +
+                                       "?="},  // never split, however long
+    };
+    for (const auto& [in, expected] : cases) EXPECT_EQ(kxt::encodeEmailSubject(in), expected);
+}
+
+TEST(YDecode, SubtractsFortyTwoAndUndoesEscapes) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"*", "\x00"s},     {"=j", "\x00"s}, {")", "\xFF"}, {"r\x8F\x96\x96\x99", "Hello"},
+        {"=}", "\x13"},     {"=", "\x96"},  // "=" at the end escapes a zero
+        {"a=", "\x37\x96"}, {"==", "\xD3"},  {"", ""},
+    };
+    for (const auto& [in, expected] : cases) EXPECT_EQ(kxt::yDecode(in), expected);
+}
+
+// yEnc as its encoders write it: plus 42, and the critical bytes escaped as "=" and plus 64.
+std::string yEncode(std::string_view data) {
+    std::string out;
+    for (unsigned char b : data) {
+        unsigned char e = uint8_t(b + 42);
+        if (e == 0 || e == '\n' || e == '\r' || e == '=' || (e == '.' && out.empty())) {
+            out += '=';
+            e = uint8_t(e + 64);
+        }
+        out += char(e);
+    }
+    return out;
+}
+
+TEST(YDecodeProperty, DecodingUndoesEncoding) {
+    std::mt19937 rng(42);
+    for (int round = 0; round < 2000; ++round) {
+        std::string in(rng() % 100, '\0');
+        for (char& c : in) c = char(rng());
+        ASSERT_EQ(kxt::yDecode(yEncode(in)), in);
+    }
+}
+
+TEST(YDecodeProperty, NeverWritesMoreThanItReads) {
+    std::mt19937 rng(7);
+    for (int round = 0; round < 2000; ++round) {
+        std::string in(rng() % 20, '=');
+        for (char& c : in) c = rng() % 2 ? '=' : char(rng());
+        std::string out(in.size() + 8, '\x5A');
+        auto* begin = reinterpret_cast<uint8_t*>(out.data());
+        uint8_t* end = kxt::yDecode(reinterpret_cast<const uint8_t*>(in.data()), begin, in.size());
+        ASSERT_LE(size_t(end - begin), in.size());
+        ASSERT_EQ(out.substr(in.size()), std::string(8, '\x5A'));
+    }
+}
+
+TEST(UnicodeMarkers, DetectionFollowsItsOrder) {
+    const std::pair<std::string, int64_t> cases[] = {
+        {"\xFF\xFE", 4},
+        {"\xFF\xFE\x00\x00"s, 7},  // tested before UTF-16 little-endian
+        {"\xFF\xFE\x41\x00"s, 4},
+        {"\xFF\xFE\x00"s, 4},
+        {"\x00\x00\xFE\xFF"s, 6},
+        {"\x00\x00\xFE\xFF\x00"s, 6},
+        {"\x00\x00\xFF\xFE"s, 0},
+        {"\x00\x41"s, 0},
+        {"\x00\x00\xFE"s, 0},
+        {"\xEF\xBB", 0},
+        {"\xEF\xBB\xBF", 1},
+        {"\xEF\xBB\xBFtext", 1},
+        {"\xEF\xBB\xBE", 0},
+        {"\xFE\xFF", 3},
+        {"\xFE\xFE", 0},
+        {"\xFF\xFF", 0},
+        {"\xFF", 0},
+        {"", 0},
+        {"ab", 0},
+    };
+    for (const auto& [in, kind] : cases) EXPECT_EQ(kxt::detectUnicodeMarkers(in), kind);
+}
+
+TEST(UnicodeMarkers, EachKindHasItsBytesAndEncoding) {
+    const std::tuple<int64_t, std::string, uint32_t> cases[] = {
+        {1, "\xEF\xBB\xBF", 0x08000100},
+        {2, "\xFF\xFE", 0x100},
+        {3, "\xFE\xFF", 0x100},
+        {4, "\xFF\xFE", 0x100},
+        {5, "\xFF\xFE\x00\x00"s, 0xC000100},
+        {6, "\x00\x00\xFE\xFF"s, 0xC000100},
+        {7, "\xFF\xFE\x00\x00"s, 0xC000100},
+    };
+    for (const auto& [kind, bytes, encoding] : cases) {
+        kxt::MarkerBytes mark = kxt::unicodeMarkerBytes(kind);
+        EXPECT_EQ(mark.bytes, bytes) << kind;
+        EXPECT_EQ(mark.encoding, encoding) << kind;
+        // Every mark that can be detected is detected as its own kind.
+        if (kind != 2 && kind != 5) {
+            EXPECT_EQ(kxt::detectUnicodeMarkers(mark.bytes), kind);
+        }
+    }
+    for (int64_t kind : {int64_t(0), int64_t(8), int64_t(-1), INT64_MIN}) {
+        EXPECT_TRUE(kxt::unicodeMarkerBytes(kind).bytes.empty()) << kind;
+    }
+}
+
+}  // namespace
