@@ -61,8 +61,9 @@ Value Value::string(std::string_view bytes, uint32_t encoding) {
     Host::State& st = requireState();
     Value v;
     v.type_ = Type::String;
-    v.handle_ = newString(st, bytes.data(), bytes.size(), encoding);
     v.host_ = st.hostSerial;
+    // Xojo hands the empty string to plugins as a nil handle.
+    if (!bytes.empty()) v.handle_ = newString(st, bytes.data(), bytes.size(), encoding);
     return v;
 }
 
