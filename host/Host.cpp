@@ -209,30 +209,6 @@ const std::unordered_map<std::string, void*>& serviceTable() {
 
 // ---- Calling ----------------------------------------------------------------------------------
 
-const char* valueTypeName(const Value& v) {
-    switch (v.type()) {
-        case Value::Type::Nil:
-            return "Nil";
-        case Value::Type::String:
-            return "String";
-        case Value::Type::Integer:
-            return "Integer";
-        case Value::Type::Boolean:
-            return "Boolean";
-        case Value::Type::Double:
-            return "Double";
-        case Value::Type::Ptr:
-            return "Ptr";
-        case Value::Type::MemoryBlock:
-            return "MemoryBlock";
-        case Value::Type::Object:
-            return "Object";
-        case Value::Type::Array:
-            return "String()";
-    }
-    return "?";
-}
-
 bool isClassType(const std::string& t) {
     static const char* const builtins[] = {"String",      "Integer",  "Boolean", "Double", "Ptr",
                                            "MemoryBlock", "String()", "Color",   "Single", "UInt32",
@@ -286,7 +262,7 @@ bool better(const Fit& a, const Fit& b) {
 std::string describeArgs(const std::vector<Value>& args) {
     std::string s = "(";
     for (size_t i = 0; i < args.size(); ++i)
-        s += (i ? ", " : "") + std::string(valueTypeName(args[i]));
+        s += (i ? ", " : "") + std::string(typeName(args[i].type()));
     return s + ")";
 }
 
