@@ -207,6 +207,15 @@ const std::unordered_map<std::string, void*>& serviceTable() {
     return table;
 }
 
+#ifdef KXT_SANITIZED
+// Under LeakSanitizer the plugin's process-wide allocations (registration records, lookup
+// tables) must stay reachable through its globals, as they do in Xojo, where a plugin is never
+// unloaded.
+constexpr int kKeepPluginMapped = RTLD_NODELETE;
+#else
+constexpr int kKeepPluginMapped = 0;
+#endif
+
 // ---- Calling ----------------------------------------------------------------------------------
 
 bool isClassType(const std::string& t) {
@@ -469,7 +478,7 @@ Host::Host(HostOptions options) : options_(std::move(options)) {
     state_ = new State;
     state_->hostSerial = ++gHostSerials;
     gCurrent = this;
-    library_ = dlopen(copyPath_.c_str(), RTLD_NOW | RTLD_LOCAL);
+    library_ = dlopen(copyPath_.c_str(), RTLD_NOW | RTLD_LOCAL | kKeepPluginMapped);
     void* entry = library_ ? dlsym(library_, "REALPluginMain") : nullptr;
     if (entry == nullptr) {
         std::string why = library_ ? "the plugin exports no REALPluginMain" : dlerror();

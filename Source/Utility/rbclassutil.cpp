@@ -135,6 +135,9 @@ bool usesGeneratedModules() {
     return gHostVersion >= 2013.0 && gHostVersion < 3000.0;
 }
 
+// The generated modules, kept for the life of the process.
+REALmoduleDefinition* gGeneratedModules[2] = {nullptr, nullptr};
+
 // A zeroed module with its name; the host keeps pointers into it, so it is never freed.
 REALmoduleDefinition* newModule(const char* name) {
     auto* module = static_cast<REALmoduleDefinition*>(calloc(1, sizeof(REALmoduleDefinition)));
@@ -143,6 +146,12 @@ REALmoduleDefinition* newModule(const char* name) {
         return nullptr;
     }
     module->name = strdup(name);
+    for (auto& slot : gGeneratedModules) {
+        if (slot == nullptr) {
+            slot = module;
+            break;
+        }
+    }
     return module;
 }
 
