@@ -223,31 +223,28 @@ void BuildXojoModule(REALclassDefinition* cls) {
         return;
     }
     size_t n = 0;
+    // One global extension method per accessor; a declaration that cannot be built stops all.
+    auto add = [&](REALproc function, char* declaration, const REALmethodDefinition& m) {
+        REALmethodDefinition& r = records[n++];
+        r.function = function;
+        r.declaration = declaration;
+        r.mFlags = m.mFlags | kFlagInModule;
+        r.attributeCount = m.attributeCount;
+        r.attributes = m.attributes;
+        return declaration != nullptr;
+    };
     for (size_t i = 0; i < cls->methodCount; ++i) {
         const REALmethodDefinition& m = cls->methods[i];
+        bool built = true;
         if (m.setterFunction) {
-            REALmethodDefinition& r = records[n++];
-            r.function = m.setterFunction;
-            r.declaration = AddClassParameterAssign(m.declaration, cls->name);
-            r.mFlags = m.mFlags | kFlagInModule;
-            r.attributeCount = m.attributeCount;
-            r.attributes = m.attributes;
-            if (r.declaration == nullptr) {
-                free(records);
-                return;
-            }
+            built = add(m.setterFunction, AddClassParameterAssign(m.declaration, cls->name), m);
         }
-        if (m.function) {
-            REALmethodDefinition& r = records[n++];
-            r.function = m.function;
-            r.declaration = AddClassParameter(m.declaration, cls->name);
-            r.mFlags = m.mFlags | kFlagInModule;
-            r.attributeCount = m.attributeCount;
-            r.attributes = m.attributes;
-            if (r.declaration == nullptr) {
-                free(records);
-                return;
-            }
+        if (built && m.function) {
+            built = add(m.function, AddClassParameter(m.declaration, cls->name), m);
+        }
+        if (!built) {
+            free(records);
+            return;
         }
     }
     finishModule(module, records, n);
