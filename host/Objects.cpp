@@ -214,7 +214,7 @@ void memoryBlockConstructor(REALobject self, RBInteger bytes) {
     Host* host = Host::current();
     if (st == nullptr || mb == nullptr || mb->kind != ObjectKind::MemoryBlock) return;
     if (host->options().failMemoryBlocks || bytes <= 0) return;
-    void* data = std::calloc(static_cast<size_t>(bytes), 1);
+    void* data = allocateBlock(static_cast<size_t>(bytes), true);
     if (data == nullptr) return;  // allocation failed: the block stays empty
     std::free(mb->data);
     mb->data = static_cast<char*>(data);

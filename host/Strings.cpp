@@ -1,5 +1,7 @@
 // Host strings: reference-counted blocks with the bytes inline at a fixed offset, and the
 // string services of the resolver.
+#include <sys/mman.h>
+
 #include <cstdlib>
 #include <cstring>
 
@@ -18,12 +20,23 @@ StringHeader* headerOf(const void* handle) {
 }
 }  // namespace
 
+void* allocateBlock(size_t bytes, bool zeroed) {
+    constexpr size_t kHugePage = size_t(2) << 20;
+    if (bytes < 2 * kHugePage) return zeroed ? std::calloc(bytes, 1) : std::malloc(bytes);
+    void* block = nullptr;
+    const size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
+    if (posix_memalign(&block, kHugePage, rounded) != 0) return nullptr;
+    madvise(block, rounded, MADV_HUGEPAGE);  // advice only: failure changes nothing
+    if (zeroed) std::memset(block, 0, bytes);
+    return block;
+}
+
 void misuse(Host::State& st, std::string message) {
     if (st.misuses.size() < 1000) st.misuses.push_back(std::move(message));
 }
 
 REALstring newString(Host::State& st, const char* data, size_t length, uint32_t encoding) {
-    void* block = std::malloc(kREALStringDataOffset + length + 1);
+    void* block = allocateBlock(kREALStringDataOffset + length + 1, false);
     if (block == nullptr) return nullptr;
     std::memset(block, 0, kREALStringDataOffset);
     StringHeader* h = headerOf(block);
