@@ -18,6 +18,26 @@ using namespace kxt_test;
 
 namespace {
 
+// The word-at-a-time ASCII test against a byte loop: one high byte at every position of
+// buffers around the 64-byte step, at every alignment.
+TEST(IsASCIITest, AgreesWithByteLoop) {
+    std::string buffer(300, 'a');
+    for (size_t offset = 0; offset < 8; ++offset) {
+        for (size_t length : {0, 1, 63, 64, 65, 127, 128, 200}) {
+            const char* data = buffer.data() + offset;
+            EXPECT_TRUE(IsASCII(data, int64_t(length))) << offset << " " << length;
+            for (size_t high = 0; high < length; ++high) {
+                buffer[offset + high] = char(0x80 | (high & 0x7F));
+                ASSERT_FALSE(IsASCII(data, int64_t(length)))
+                    << "offset " << offset << " length " << length << " high at " << high;
+                ASSERT_TRUE(IsASCII(data, int64_t(high)));
+                buffer[offset + high] = 'a';
+            }
+        }
+    }
+    EXPECT_TRUE(IsASCII(buffer.data(), -1));
+}
+
 TEST(DebugLog, WritesPrefixedFlushedLines) {
     testing::internal::CaptureStderr();
     LogMessage("abc", int64_t(5));
