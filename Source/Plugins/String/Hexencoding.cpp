@@ -1,5 +1,6 @@
 #include "Hexencoding.h"
 
+#include "MyMemory.h"
 #include "URLencoding.h"
 #include "encoderboundary.h"
 #include "rbData.h"
@@ -47,7 +48,7 @@ int mySQLEscape(unsigned char b) {
 }  // namespace
 
 std::string encodeHex(std::string_view bytes) {
-    std::string out(bytes.size() * 2, '\0');
+    std::string out = NewLargeString(bytes.size() * 2);
     char* w = out.data();
     for (unsigned char b : bytes) {
         *w++ = kHexDigits[b >> 4];
@@ -57,7 +58,7 @@ std::string encodeHex(std::string_view bytes) {
 }
 
 std::string decodeHex(std::string_view text) {
-    std::string out(text.size() / 2, '\0');
+    std::string out = NewLargeString(text.size() / 2);
     for (size_t i = 0; i < out.size(); ++i) {
         int high = hex2int(static_cast<unsigned char>(text[2 * i]));
         int low = hex2int(static_cast<unsigned char>(text[2 * i + 1]));
@@ -67,8 +68,7 @@ std::string decodeHex(std::string_view text) {
 }
 
 std::string decodeMySQL(std::string_view bytes) {
-    std::string out;
-    out.resize(bytes.size());
+    std::string out = NewLargeString(bytes.size());
     char* w = out.data();
     for (size_t i = 0; i < bytes.size(); ++i) {
         if (bytes[i] == '\\' && i + 1 < bytes.size()) {

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "MyMemory.h"
 #include "rbData.h"
 #include "rbException.h"
 #include "rbUtil.h"
@@ -19,8 +20,8 @@ struct URLEncodeTable {
         constexpr const char* kDigits = "0123456789ABCDEF";
         for (int b = 0; b < 128; ++b) {
             bool literal = (b >= 'A' && b <= 'Z') || (b >= 'a' && b <= 'z') ||
-                           (b >= '0' && b <= '9') || b == '!' || b == '*' || b == '+' ||
-                           b == '-' || b == '.' || b == '@' || b == '_' || b == '~';
+                           (b >= '0' && b <= '9') || b == '!' || b == '*' || b == '+' || b == '-' ||
+                           b == '.' || b == '@' || b == '_' || b == '~';
             if (literal) {
                 text[b] = {char(b), 0, 0, 0};
                 length[b] = 1;
@@ -50,8 +51,7 @@ std::string encodeURL(std::string_view bytes, RBInteger options) {
     const int mode = int(options & 3);
     const bool spaceAsPlus = mode == 1;
     const bool encodePlus = mode == 1 || mode == 2;
-    std::string out;
-    out.resize(bytes.size() * 3);
+    std::string out = NewLargeString(bytes.size() * 3);
     char* w = out.data();
     for (unsigned char b : bytes) {
         if (b >= 128) {
@@ -77,8 +77,7 @@ std::string encodeURL(std::string_view bytes, RBInteger options) {
 std::string decodeURL(std::string_view bytes, RBInteger options) {
     const bool plusAsSpace = (options & 1) != 0;
     const size_t n = bytes.size();
-    std::string out;
-    out.resize(n);
+    std::string out = NewLargeString(n);
     char* w = out.data();
     size_t i = 0;
     while (i < n) {
@@ -108,15 +107,18 @@ REALstring EncodingToURL2(REALstring s, RBInteger options) {
     });
 }
 
-REALstring EncodingToURL1(REALstring s) { return EncodingToURL2(s, 0); }
+REALstring EncodingToURL1(REALstring s) {
+    return EncodingToURL2(s, 0);
+}
 
 REALstring DecodingToURL2(REALstring s, RBInteger options) {
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         if (s == nullptr) return nullptr;
         rbData in(s);
-        return REALBuildUnicodeString(kxt::decodeURL(in.view(), options),
-                                      kREALTextEncodingUnknown);
+        return REALBuildUnicodeString(kxt::decodeURL(in.view(), options), kREALTextEncodingUnknown);
     });
 }
 
-REALstring DecodingToURL1(REALstring s) { return DecodingToURL2(s, 0); }
+REALstring DecodingToURL1(REALstring s) {
+    return DecodingToURL2(s, 0);
+}

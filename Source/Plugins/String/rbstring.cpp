@@ -273,7 +273,7 @@ REALstring CheckUTF8(const void* data, int64_t length, REALstring placeholder) {
     }
     rbText replacement(placeholder);
     std::string output;
-    output.reserve(size_t(length) + 4096);
+    ReserveLarge(output, size_t(length) + 4096);
     kxt::CheckUTF8(output, replacement.utf8(), static_cast<const uint8_t*>(data), size_t(length));
     return REALBuildUnicodeString(output, kREALTextEncodingUTF8);
 }

@@ -115,7 +115,7 @@ std::string concatBytes(std::initializer_list<std::string_view> parts) {
     size_t total = 0;
     for (std::string_view p : parts) total += p.size();
     std::string out;
-    out.reserve(total);
+    ReserveLarge(out, total);
     for (std::string_view p : parts) out.append(p);
     return out;
 }

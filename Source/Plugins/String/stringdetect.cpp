@@ -1,5 +1,6 @@
 #include "stringdetect.h"
 
+#include "MyMemory.h"
 #include "REALplugin.h"
 #include "encoderboundary.h"
 #include "rbData.h"
@@ -62,7 +63,7 @@ uint8_t* yDecode(const uint8_t* source, uint8_t* destination, size_t length) {
 }
 
 std::string yDecode(std::string_view data) {
-    std::string out(data.size(), '\0');
+    std::string out = NewLargeString(data.size());
     auto* begin = reinterpret_cast<uint8_t*>(out.data());
     uint8_t* end = yDecode(reinterpret_cast<const uint8_t*>(data.data()), begin, data.size());
     out.resize(size_t(end - begin));
@@ -150,7 +151,6 @@ REALstring GetUnicodeMarkers(RBInteger kind) {
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         kxt::MarkerBytes mark = kxt::unicodeMarkerBytes(kind);
         if (mark.bytes.empty()) return nullptr;
-        return REALBuildTaggedString(mark.bytes.data(), int64_t(mark.bytes.size()),
-                                     mark.encoding);
+        return REALBuildTaggedString(mark.bytes.data(), int64_t(mark.bytes.size()), mark.encoding);
     });
 }
