@@ -4,6 +4,7 @@
 // byte loops they must agree with. Run: build/bench/text_bench (configure with -DKXT_BENCH=ON).
 #include "Bench.h"
 #include "MainInstr.h"
+#include "MyMemory.h"
 #include "ReplaceLineEndings.h"
 #include "htmltags.h"
 #include "numberformat.h"
@@ -274,7 +275,7 @@ void utf8() {
             Bytes in = corpus(c, n);
             loop(st, n, [&] {
                 std::string out;
-                out.reserve(n + 4096);
+                ReserveLarge(out, n + 4096);  // as the handler does
                 kxt::CheckUTF8(out, "?", reinterpret_cast<const uint8_t*>(in->data()), n);
                 return out.size();
             });
