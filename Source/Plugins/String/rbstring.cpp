@@ -443,8 +443,9 @@ REALstring ReplaceNonPrintableCharactersKXT(REALstring s, RBInteger replaceValue
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         if (s == nullptr) return nullptr;
         rbData bytes(s);
+        // Every byte is written, so the buffer needs no clearing.
         std::unique_ptr<uint8_t, void (*)(void*)> buffer(
-            static_cast<uint8_t*>(AllocateClearMemory(bytes.size)), FreeMemoryNow);
+            static_cast<uint8_t*>(AllocateMemory(bytes.size)), FreeMemoryNow);
         if (!buffer) return nullptr;
         kxt::replaceNonPrintable(bytes.view(), uint8_t(replaceValue), buffer.get());
         return REALBuildUnicodeString(buffer.get(), bytes.size, kREALTextEncodingASCII);
