@@ -1,6 +1,7 @@
 #include "Encodings.h"
 
 #include <iconv.h>
+#include <sys/mman.h>
 
 #include <cctype>
 #include <cerrno>
@@ -436,8 +437,203 @@ std::string encode(std::u32string_view text, uint32_t encoding) {
     return out;
 }
 
+namespace {
+
+// Direct conversions between the Unicode forms the plugin asks for most (UTF-8 text read as
+// UTF-16 or UTF-32, and UTF-16 or UTF-32 results made UTF-8), without the code point string in
+// between. They accept and refuse exactly what decode does, and give what encode gives.
+
+constexpr size_t kHugePage = size_t(2) << 20;
+
+// A string of n bytes for the result, on transparent huge pages when large (see allocateBlock).
+std::string resultBuffer(size_t n) {
+    std::string out;
+    out.reserve(n);
+    if (n >= 2 * kHugePage) {
+        const uintptr_t p = reinterpret_cast<uintptr_t>(out.data());
+        const uintptr_t begin = (p + kHugePage - 1) & ~(kHugePage - 1);
+        const uintptr_t end = (p + n) & ~(kHugePage - 1);
+        if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+    }
+    out.resize(n);
+    return out;
+}
+
+uint64_t load64(const unsigned char* p) {
+    uint64_t v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+// Calls unit(code point) for each character of strict UTF-8; false on malformed input. ASCII is
+// passed on eight bytes at a time through ascii8(pointer).
+template <typename Unit, typename Ascii8>
+bool walkUTF8(std::string_view b, Unit unit, Ascii8 ascii8) {
+    const auto* p = reinterpret_cast<const unsigned char*>(b.data());
+    const size_t n = b.size();
+    size_t i = 0;
+    while (i < n) {
+        if (i + 8 <= n && (load64(p + i) & 0x8080808080808080u) == 0) {
+            ascii8(p + i);
+            i += 8;
+            continue;
+        }
+        const unsigned char c0 = p[i];
+        if (c0 < 0x80) {
+            unit(c0);
+            ++i;
+            continue;
+        }
+        int extra;
+        char32_t c, min;
+        if (c0 >= 0xC2 && c0 <= 0xDF) {
+            extra = 1, c = c0 & 0x1F, min = 0x80;
+        } else if (c0 >= 0xE0 && c0 <= 0xEF) {
+            extra = 2, c = c0 & 0x0F, min = 0x800;
+        } else if (c0 >= 0xF0 && c0 <= 0xF4) {
+            extra = 3, c = c0 & 0x07, min = 0x10000;
+        } else {
+            return false;
+        }
+        if (i + extra >= n) return false;
+        for (int k = 1; k <= extra; ++k) {
+            const unsigned char cc = p[i + k];
+            if ((cc & 0xC0) != 0x80) return false;
+            c = c << 6 | (cc & 0x3F);
+        }
+        if (c < min || c > 0x10FFFF || isSurrogate(c)) return false;
+        unit(c);
+        i += size_t(extra) + 1;
+    }
+    return true;
+}
+
+std::optional<std::string> utf8ToUTF16LE(std::string_view b) {
+    std::string out = resultBuffer(b.size() * 2);
+    auto* w = reinterpret_cast<unsigned char*>(out.data());
+    auto put = [&](char32_t u) {
+        *w++ = static_cast<unsigned char>(u & 0xFF);
+        *w++ = static_cast<unsigned char>(u >> 8);
+    };
+    const bool ok = walkUTF8(
+        b,
+        [&](char32_t c) {
+            if (c >= 0x10000) {
+                put(0xD800 + ((c - 0x10000) >> 10));
+                put(0xDC00 + ((c - 0x10000) & 0x3FF));
+            } else {
+                put(c);
+            }
+        },
+        [&](const unsigned char* a) {
+            for (int k = 0; k < 8; ++k) w[2 * k] = a[k], w[2 * k + 1] = 0;
+            w += 16;
+        });
+    if (!ok) return std::nullopt;
+    out.resize(size_t(w - reinterpret_cast<unsigned char*>(out.data())));
+    return out;
+}
+
+std::optional<std::string> utf8ToUTF32LE(std::string_view b) {
+    std::string out = resultBuffer(b.size() * 4);
+    auto* w = reinterpret_cast<unsigned char*>(out.data());
+    auto put = [&](char32_t c) {
+        w[0] = static_cast<unsigned char>(c & 0xFF);
+        w[1] = static_cast<unsigned char>((c >> 8) & 0xFF);
+        w[2] = static_cast<unsigned char>((c >> 16) & 0xFF);
+        w[3] = 0;
+        w += 4;
+    };
+    const bool ok = walkUTF8(b, put, [&](const unsigned char* a) {
+        for (int k = 0; k < 8; ++k) put(a[k]);
+    });
+    if (!ok) return std::nullopt;
+    out.resize(size_t(w - reinterpret_cast<unsigned char*>(out.data())));
+    return out;
+}
+
+// UTF-8 of code point c (valid: no surrogate, at most U+10FFFF) at w; returns the end.
+unsigned char* putUTF8(unsigned char* w, char32_t c) {
+    if (c < 0x80) {
+        *w++ = static_cast<unsigned char>(c);
+    } else if (c < 0x800) {
+        *w++ = static_cast<unsigned char>(0xC0 | (c >> 6));
+        *w++ = static_cast<unsigned char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+        *w++ = static_cast<unsigned char>(0xE0 | (c >> 12));
+        *w++ = static_cast<unsigned char>(0x80 | ((c >> 6) & 0x3F));
+        *w++ = static_cast<unsigned char>(0x80 | (c & 0x3F));
+    } else {
+        *w++ = static_cast<unsigned char>(0xF0 | (c >> 18));
+        *w++ = static_cast<unsigned char>(0x80 | ((c >> 12) & 0x3F));
+        *w++ = static_cast<unsigned char>(0x80 | ((c >> 6) & 0x3F));
+        *w++ = static_cast<unsigned char>(0x80 | (c & 0x3F));
+    }
+    return w;
+}
+
+std::optional<std::string> utf16LEToUTF8(std::string_view b) {
+    if (b.size() % 2 != 0) return std::nullopt;
+    const auto* p = reinterpret_cast<const unsigned char*>(b.data());
+    const size_t units = b.size() / 2;
+    std::string out = resultBuffer(units * 3);  // a pair of units never needs more than 6
+    auto* w = reinterpret_cast<unsigned char*>(out.data());
+    size_t i = 0;
+    while (i < units) {
+        // Four ASCII units at a time.
+        if (i + 4 <= units && (load64(p + 2 * i) & 0xFF80FF80FF80FF80u) == 0) {
+            for (int k = 0; k < 4; ++k) *w++ = p[2 * (i + size_t(k))];
+            i += 4;
+            continue;
+        }
+        const char32_t u = char32_t(p[2 * i] | p[2 * i + 1] << 8);
+        if (u >= 0xD800 && u <= 0xDBFF) {
+            if (i + 1 >= units) return std::nullopt;
+            const char32_t low = char32_t(p[2 * i + 2] | p[2 * i + 3] << 8);
+            if (low < 0xDC00 || low > 0xDFFF) return std::nullopt;
+            w = putUTF8(w, 0x10000 + ((u - 0xD800) << 10) + (low - 0xDC00));
+            i += 2;
+        } else if (isSurrogate(u)) {
+            return std::nullopt;
+        } else {
+            w = putUTF8(w, u);
+            ++i;
+        }
+    }
+    out.resize(size_t(w - reinterpret_cast<unsigned char*>(out.data())));
+    return out;
+}
+
+std::optional<std::string> utf32LEToUTF8(std::string_view b) {
+    if (b.size() % 4 != 0) return std::nullopt;
+    const auto* p = reinterpret_cast<const unsigned char*>(b.data());
+    std::string out = resultBuffer(b.size());  // at most 4 bytes per code point
+    auto* w = reinterpret_cast<unsigned char*>(out.data());
+    for (size_t i = 0; i < b.size(); i += 4) {
+        const char32_t c = char32_t(p[i]) | char32_t(p[i + 1]) << 8 | char32_t(p[i + 2]) << 16 |
+                           char32_t(p[i + 3]) << 24;
+        if (c > 0x10FFFF || isSurrogate(c)) return std::nullopt;
+        w = putUTF8(w, c);
+    }
+    out.resize(size_t(w - reinterpret_cast<unsigned char*>(out.data())));
+    return out;
+}
+
+bool isUTF16LE(uint32_t e) {
+    return e == kREALTextEncodingUTF16 || e == kREALTextEncodingUTF16LE;
+}
+bool isUTF32LE(uint32_t e) {
+    return e == kREALTextEncodingUTF32 || e == kREALTextEncodingUTF32LE;
+}
+
+}  // namespace
+
 std::optional<std::string> convert(std::string_view bytes, uint32_t from, uint32_t to) {
     if (from == to || from == kREALTextEncodingUnknown) return std::string(bytes);
+    if (from == kREALTextEncodingUTF8 && isUTF16LE(to)) return utf8ToUTF16LE(bytes);
+    if (from == kREALTextEncodingUTF8 && isUTF32LE(to)) return utf8ToUTF32LE(bytes);
+    if (isUTF16LE(from) && to == kREALTextEncodingUTF8) return utf16LEToUTF8(bytes);
+    if (isUTF32LE(from) && to == kREALTextEncodingUTF8) return utf32LEToUTF8(bytes);
     if (to == kREALTextEncodingUnknown) {
         // Dropping the encoding keeps the bytes, once they are known to be valid.
         if (!decode(bytes, from)) return std::nullopt;
