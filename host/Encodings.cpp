@@ -1,5 +1,6 @@
 #include "Encodings.h"
 
+#include <emmintrin.h>
 #include <iconv.h>
 #include <sys/mman.h>
 
@@ -459,24 +460,21 @@ std::string resultBuffer(size_t n) {
     return out;
 }
 
-uint64_t load64(const unsigned char* p) {
-    uint64_t v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-
 // Calls unit(code point) for each character of strict UTF-8; false on malformed input. ASCII is
-// passed on eight bytes at a time through ascii8(pointer).
-template <typename Unit, typename Ascii8>
-bool walkUTF8(std::string_view b, Unit unit, Ascii8 ascii8) {
+// passed on sixteen bytes at a time through ascii16(bytes).
+template <typename Unit, typename Ascii16>
+bool walkUTF8(std::string_view b, Unit unit, Ascii16 ascii16) {
     const auto* p = reinterpret_cast<const unsigned char*>(b.data());
     const size_t n = b.size();
     size_t i = 0;
     while (i < n) {
-        if (i + 8 <= n && (load64(p + i) & 0x8080808080808080u) == 0) {
-            ascii8(p + i);
-            i += 8;
-            continue;
+        if (i + 16 <= n) {
+            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+            if (_mm_movemask_epi8(x) == 0) {
+                ascii16(x);
+                i += 16;
+                continue;
+            }
         }
         const unsigned char c0 = p[i];
         if (c0 < 0x80) {
@@ -525,9 +523,12 @@ std::optional<std::string> utf8ToUTF16LE(std::string_view b) {
                 put(c);
             }
         },
-        [&](const unsigned char* a) {
-            for (int k = 0; k < 8; ++k) w[2 * k] = a[k], w[2 * k + 1] = 0;
-            w += 16;
+        [&](__m128i x) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(w),
+                             _mm_unpacklo_epi8(x, _mm_setzero_si128()));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(w + 16),
+                             _mm_unpackhi_epi8(x, _mm_setzero_si128()));
+            w += 32;
         });
     if (!ok) return std::nullopt;
     out.resize(size_t(w - reinterpret_cast<unsigned char*>(out.data())));
@@ -544,8 +545,15 @@ std::optional<std::string> utf8ToUTF32LE(std::string_view b) {
         w[3] = 0;
         w += 4;
     };
-    const bool ok = walkUTF8(b, put, [&](const unsigned char* a) {
-        for (int k = 0; k < 8; ++k) put(a[k]);
+    const bool ok = walkUTF8(b, put, [&](__m128i x) {
+        const __m128i zero = _mm_setzero_si128();
+        const __m128i lo = _mm_unpacklo_epi8(x, zero), hi = _mm_unpackhi_epi8(x, zero);
+        const __m128i parts[4] = {_mm_unpacklo_epi16(lo, zero), _mm_unpackhi_epi16(lo, zero),
+                                  _mm_unpacklo_epi16(hi, zero), _mm_unpackhi_epi16(hi, zero)};
+        for (const __m128i& part : parts) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(w), part);
+            w += 16;
+        }
     });
     if (!ok) return std::nullopt;
     out.resize(size_t(w - reinterpret_cast<unsigned char*>(out.data())));
@@ -580,11 +588,16 @@ std::optional<std::string> utf16LEToUTF8(std::string_view b) {
     auto* w = reinterpret_cast<unsigned char*>(out.data());
     size_t i = 0;
     while (i < units) {
-        // Four ASCII units at a time.
-        if (i + 4 <= units && (load64(p + 2 * i) & 0xFF80FF80FF80FF80u) == 0) {
-            for (int k = 0; k < 4; ++k) *w++ = p[2 * (i + size_t(k))];
-            i += 4;
-            continue;
+        // Eight ASCII units at a time.
+        if (i + 8 <= units) {
+            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 2 * i));
+            const __m128i high = _mm_and_si128(x, _mm_set1_epi16(short(0xFF80)));
+            if (_mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())) == 0xFFFF) {
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(w), _mm_packus_epi16(x, x));
+                w += 8;
+                i += 8;
+                continue;
+            }
         }
         const char32_t u = char32_t(p[2 * i] | p[2 * i + 1] << 8);
         if (u >= 0xD800 && u <= 0xDBFF) {
