@@ -446,7 +446,8 @@ namespace {
 
 constexpr size_t kHugePage = size_t(2) << 20;
 
-// A string of n bytes for the result, on transparent huge pages when large (see allocateBlock).
+// A string of exactly n bytes for the result (sized by a counting pass, so nothing beyond it is
+// touched), on transparent huge pages when large (see allocateBlock).
 std::string resultBuffer(size_t n) {
     std::string out;
     out.reserve(n);
@@ -506,8 +507,19 @@ bool walkUTF8(std::string_view b, Unit unit, Ascii16 ascii16) {
     return true;
 }
 
+// Units a UTF-8 text needs in UTF-16: one per lead byte, two for four-byte leads. Malformed
+// text needs no more than this before the walk stops, so it bounds the writes too.
+size_t utf16UnitsOf(std::string_view b) {
+    size_t units = 0;
+    for (const char ch : b) {
+        const auto c = static_cast<unsigned char>(ch);
+        units += ((c & 0xC0) != 0x80) + (c >= 0xF0);
+    }
+    return units;
+}
+
 std::optional<std::string> utf8ToUTF16LE(std::string_view b) {
-    std::string out = resultBuffer(b.size() * 2);
+    std::string out = resultBuffer(utf16UnitsOf(b) * 2);
     auto* w = reinterpret_cast<unsigned char*>(out.data());
     auto put = [&](char32_t u) {
         *w++ = static_cast<unsigned char>(u & 0xFF);
@@ -536,7 +548,9 @@ std::optional<std::string> utf8ToUTF16LE(std::string_view b) {
 }
 
 std::optional<std::string> utf8ToUTF32LE(std::string_view b) {
-    std::string out = resultBuffer(b.size() * 4);
+    size_t points = 0;  // one per lead byte
+    for (const char ch : b) points += (static_cast<unsigned char>(ch) & 0xC0) != 0x80;
+    std::string out = resultBuffer(points * 4);
     auto* w = reinterpret_cast<unsigned char*>(out.data());
     auto put = [&](char32_t c) {
         w[0] = static_cast<unsigned char>(c & 0xFF);
@@ -584,7 +598,13 @@ std::optional<std::string> utf16LEToUTF8(std::string_view b) {
     if (b.size() % 2 != 0) return std::nullopt;
     const auto* p = reinterpret_cast<const unsigned char*>(b.data());
     const size_t units = b.size() / 2;
-    std::string out = resultBuffer(units * 3);  // a pair of units never needs more than 6
+    // Bytes per unit: 1, 2 or 3, and 2 for each half of a surrogate pair (4 for the pair).
+    size_t bytes = 0;
+    for (size_t i = 0; i < units; ++i) {
+        const unsigned u = p[2 * i] | unsigned(p[2 * i + 1]) << 8;
+        bytes += u < 0x80 ? 1 : u < 0x800 || (u >= 0xD800 && u <= 0xDFFF) ? 2 : 3;
+    }
+    std::string out = resultBuffer(bytes);
     auto* w = reinterpret_cast<unsigned char*>(out.data());
     size_t i = 0;
     while (i < units) {
@@ -620,7 +640,13 @@ std::optional<std::string> utf16LEToUTF8(std::string_view b) {
 std::optional<std::string> utf32LEToUTF8(std::string_view b) {
     if (b.size() % 4 != 0) return std::nullopt;
     const auto* p = reinterpret_cast<const unsigned char*>(b.data());
-    std::string out = resultBuffer(b.size());  // at most 4 bytes per code point
+    size_t bytes = 0;  // invalid code points stop the conversion before they are written
+    for (size_t i = 0; i < b.size(); i += 4) {
+        const uint32_t c = uint32_t(p[i]) | uint32_t(p[i + 1]) << 8 | uint32_t(p[i + 2]) << 16 |
+                           uint32_t(p[i + 3]) << 24;
+        bytes += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+    }
+    std::string out = resultBuffer(bytes);
     auto* w = reinterpret_cast<unsigned char*>(out.data());
     for (size_t i = 0; i < b.size(); i += 4) {
         const char32_t c = char32_t(p[i]) | char32_t(p[i + 1]) << 8 | char32_t(p[i + 2]) << 16 |
