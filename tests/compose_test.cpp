@@ -243,18 +243,22 @@ TEST(Compose, AgreesWithTheLinearScanOnRandomText) {
     }
 }
 
-// Runs of plain letters of every length before and after a composing pair, so that the pair
-// falls at every place of the eight-unit block steps.
-TEST(Compose, BlockStepsStopBeforeEveryPair) {
-    for (size_t before = 0; before < 40; ++before) {
-        for (size_t after = 0; after < 12; ++after) {
-            Units text(before, u'a');
-            text.insert(text.end(), {u'e', 0x0301});
-            text.insert(text.end(), after, u'z');
-            ASSERT_EQ(kxt::composeUTF16(text), composeByLinearScan(text)) << before << " " << after;
-            ASSERT_EQ(kxt::decomposeUTF16(kxt::composeUTF16(text)),
-                      decomposeByLinearScan(kxt::composeUTF16(text)))
-                << before << " " << after;
+// Runs of unchanging units (Latin, CJK, Greek) of every length before and after a pair that
+// composes or a unit that decomposes, so that it falls at every place of the eight-unit steps.
+TEST(Compose, BlockStepsStopAtEveryChange) {
+    const Units fillers = {u'a', 0x4E2D, 0x03B1};
+    const Units pairs[] = {{u'e', 0x0301}, {0x1100, 0x1161}, {0x3046, 0x3099}, {0xAC00}, {0xE9}};
+    for (const uint16_t filler : fillers) {
+        for (const Units& pair : pairs) {
+            for (size_t before = 0; before < 26; ++before) {
+                for (size_t after = 0; after < 10; ++after) {
+                    Units text(before, filler);
+                    text.insert(text.end(), pair.begin(), pair.end());
+                    text.insert(text.end(), after, filler);
+                    ASSERT_EQ(kxt::composeUTF16(text), composeByLinearScan(text)) << hex(text);
+                    ASSERT_EQ(kxt::decomposeUTF16(text), decomposeByLinearScan(text)) << hex(text);
+                }
+            }
         }
     }
 }
