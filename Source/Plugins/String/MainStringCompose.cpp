@@ -23,35 +23,9 @@ constexpr uint16_t kFirstComposed = 0xC0;  // nothing below has an entry
 // so a candidate whose next unit is not among them is settled without a search; that keeps
 // plain letters (almost all of which can start a decomposition) cheap.
 std::array<uint64_t, kUnitCount / 64> gSecondParts{};
-// A set of units given as everything below `below` plus the longest run [start, start + length)
-// above it, tested eight units at a time. It describes the units that cannot change the text:
-// no entry's second part (for composition), no entry's composed unit (for decomposition).
-struct QuietUnits {
-    uint16_t below = 0;
-    uint16_t start = 0, length = 0;
-};
-
-// Everything below `below`, and the longest run of units at or above it for which quiet(u).
-template <typename Quiet>
-QuietUnits quietUnits(uint16_t below, Quiet quiet) {
-    QuietUnits q;
-    q.below = below;
-    size_t runStart = 0, runLength = 0;
-    for (size_t u = below; u <= 0xFFFF; ++u) {
-        if (quiet(uint16_t(u))) {
-            if (runLength == 0) runStart = u;
-            if (++runLength > q.length && runLength <= 0xFFFF) {
-                q.start = uint16_t(runStart);
-                q.length = uint16_t(runLength);
-            }
-        } else {
-            runLength = 0;
-        }
-    }
-    return q;
-}
-
-QuietUnits gCompositionQuiet;  // set with the lookup table
+// No unit below this is the second part of any entry: text made of such units composes nothing
+// and is copied in blocks.
+uint16_t gSmallestSecondPart = 0;
 
 void* (*gAllocateLookup)(int64_t) = AllocateClearMemory;
 
@@ -130,22 +104,9 @@ __m128i load8(const uint16_t* p) {
 }
 
 // True when all eight units are at most `limit`.
-// True when all eight units belong to the set.
-bool allQuiet(__m128i units, const QuietUnits& q) {
-    const __m128i zero = _mm_setzero_si128();
-    // u <= below - 1 (nothing when below is 0)
-    const __m128i low =
-        q.below == 0
-            ? zero
-            : _mm_cmpeq_epi16(_mm_subs_epu16(units, _mm_set1_epi16(short(q.below - 1))), zero);
-    // u - start <= length - 1, where units below start wrap around to large values
-    const __m128i inRun =
-        q.length == 0
-            ? zero
-            : _mm_cmpeq_epi16(_mm_subs_epu16(_mm_sub_epi16(units, _mm_set1_epi16(short(q.start))),
-                                             _mm_set1_epi16(short(q.length - 1))),
-                              zero);
-    return _mm_movemask_epi8(_mm_or_si128(low, inRun)) == 0xFFFF;
+bool allAtMost(__m128i units, __m128i limit) {
+    return _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_subs_epu16(units, limit), _mm_setzero_si128())) ==
+           0xFFFF;
 }
 
 // A result vector of n units whose memory is asked for huge pages before it is first written.
@@ -189,7 +150,7 @@ void InitCharsWhoCanBeCompositionLookupTable() {
         gSecondParts[e.parts[1] >> 6] |= uint64_t(1) << (e.parts[1] & 63);
         smallest = std::min(smallest, e.parts[1]);
     }
-    gCompositionQuiet = quietUnits(smallest, [](uint16_t u) { return !isSecondPart(u); });
+    gSmallestSecondPart = smallest;
     // Published only when complete; a concurrent build at worst makes a second table.
     CharsWhoCanBeComposition = table;
 }
@@ -205,13 +166,12 @@ std::vector<uint16_t> decomposeUTF16(std::span<const uint16_t> text) {
     const std::vector<uint16_t>& index = decompositionIndex();
     const uint16_t* in = text.data();
     const size_t n = text.size();
-    // Units without an entry are copied; eight of them at a time where all are.
-    static const QuietUnits copied =
-        quietUnits(kFirstComposed, [&index](uint16_t u) { return index[u] == 0; });
+    // Units below the first composed one are copied; eight of them at a time.
+    const __m128i copied = _mm_set1_epi16(short(kFirstComposed - 1));
     // First the exact size, then one pass that writes it.
     size_t size = n;
     for (size_t i = 0; i < n; ++i) {
-        if (i + 8 <= n && allQuiet(load8(in + i), copied)) {
+        if (i + 8 <= n && allAtMost(load8(in + i), copied)) {
             i += 7;
             continue;
         }
@@ -223,7 +183,7 @@ std::vector<uint16_t> decomposeUTF16(std::span<const uint16_t> text) {
     while (i < n) {
         if (i + 8 <= n) {
             const __m128i x = load8(in + i);
-            if (allQuiet(x, copied)) {
+            if (allAtMost(x, copied)) {
                 _mm_storeu_si128(reinterpret_cast<__m128i*>(w), x);
                 w += 8;
                 i += 8;
@@ -252,11 +212,12 @@ std::vector<uint16_t> composeUTF16(std::span<const uint16_t> text) {
     std::vector<uint16_t> out = resultUnits(n);  // composing never lengthens
     uint16_t* w = out.data();
     // A composition starts at a unit only when the unit after it is a second part, so eight
-    // units whose successors are none are copied at once.
-    const QuietUnits& quiet = gCompositionQuiet;
+    // units whose successors are all below the smallest second part are copied at once.
+    const __m128i noSecondPart = _mm_set1_epi16(short(gSmallestSecondPart - 1));
     size_t i = 0;
     while (i < n) {
-        if (!log && quiet.below > 0 && i + 9 <= n && allQuiet(load8(in + i + 1), quiet)) {
+        if (!log && gSmallestSecondPart > 0 && i + 9 <= n &&
+            allAtMost(load8(in + i + 1), noSecondPart)) {
             _mm_storeu_si128(reinterpret_cast<__m128i*>(w), load8(in + i));
             w += 8;
             i += 8;
