@@ -106,8 +106,22 @@ std::string decodeURL(std::string_view bytes, RBInteger options) {
     const __m128i percent = _mm_set1_epi8('%');
     const __m128i plus = _mm_set1_epi8(plusAsSpace ? '+' : '%');
     while (i < n) {
-        // Sixteen bytes at a time up to the next escape (or plus read as a space). The output
-        // never runs ahead of the input, so the whole block can be stored.
+        const unsigned char b = in[i];
+        if (b == '%') {
+            // Digits past the end read as 0; the escape always consumes three bytes.
+            const int high = i + 1 < n ? kHexValue[in[i + 1]] : 0;
+            const int low = i + 2 < n ? kHexValue[in[i + 2]] : 0;
+            *w++ = static_cast<char>((high * 16 + low) & 0xFF);
+            i += 3;
+            continue;
+        }
+        if (b == '+' && plusAsSpace) {
+            *w++ = ' ';
+            ++i;
+            continue;
+        }
+        // From a plain byte on, sixteen bytes at a time up to the next escape (or plus read as
+        // a space). The output never runs ahead of the input, so the whole block can be stored.
         if (i + 16 <= n) {
             const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
             _mm_storeu_si128(reinterpret_cast<__m128i*>(w), x);
@@ -116,19 +130,10 @@ std::string decodeURL(std::string_view bytes, RBInteger options) {
             const size_t plain = special == 0 ? 16 : size_t(__builtin_ctz(special));
             w += plain;
             i += plain;
-            if (plain == 16) continue;
+            continue;
         }
-        const unsigned char b = in[i];
-        if (b == '%') {
-            // Digits past the end read as 0; the escape always consumes three bytes.
-            const int high = i + 1 < n ? kHexValue[in[i + 1]] : 0;
-            const int low = i + 2 < n ? kHexValue[in[i + 2]] : 0;
-            *w++ = static_cast<char>((high * 16 + low) & 0xFF);
-            i += 3;
-        } else {
-            *w++ = (b == '+' && plusAsSpace) ? ' ' : static_cast<char>(b);
-            ++i;
-        }
+        *w++ = static_cast<char>(b);
+        ++i;
     }
     out.resize(size_t(w - out.data()));
     return out;
