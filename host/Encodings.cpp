@@ -98,10 +98,45 @@ bool isSurrogate(char32_t c) {
     return c >= 0xD800 && c <= 0xDFFF;
 }
 
-std::optional<std::u32string> decodeUTF16(std::string_view b, bool big) {
-    if (b.size() % 2 != 0) return std::nullopt;
-    std::u32string out;
-    out.reserve(b.size() / 2);
+// Decoders call sink(code point) for each character and return false on malformed input.
+template <typename Sink>
+bool eachUTF8(std::string_view b, Sink&& sink) {
+    size_t i = 0;
+    const size_t n = b.size();
+    while (i < n) {
+        auto c0 = static_cast<unsigned char>(b[i]);
+        if (c0 < 0x80) {
+            sink(static_cast<char32_t>(c0));
+            ++i;
+            continue;
+        }
+        int extra;
+        char32_t c, min;
+        if (c0 >= 0xC2 && c0 <= 0xDF) {
+            extra = 1, c = c0 & 0x1F, min = 0x80;
+        } else if (c0 >= 0xE0 && c0 <= 0xEF) {
+            extra = 2, c = c0 & 0x0F, min = 0x800;
+        } else if (c0 >= 0xF0 && c0 <= 0xF4) {
+            extra = 3, c = c0 & 0x07, min = 0x10000;
+        } else {
+            return false;
+        }
+        if (i + extra >= n) return false;
+        for (int k = 1; k <= extra; ++k) {
+            auto cc = static_cast<unsigned char>(b[i + k]);
+            if ((cc & 0xC0) != 0x80) return false;
+            c = c << 6 | (cc & 0x3F);
+        }
+        if (c < min || c > 0x10FFFF || isSurrogate(c)) return false;
+        sink(c);
+        i += extra + 1;
+    }
+    return true;
+}
+
+template <typename Sink>
+bool eachUTF16(std::string_view b, bool big, Sink&& sink) {
+    if (b.size() % 2 != 0) return false;
     auto unit = [&](size_t i) -> char32_t {
         auto lo = static_cast<unsigned char>(b[i + (big ? 1 : 0)]);
         auto hi = static_cast<unsigned char>(b[i + (big ? 0 : 1)]);
@@ -110,33 +145,39 @@ std::optional<std::u32string> decodeUTF16(std::string_view b, bool big) {
     for (size_t i = 0; i < b.size(); i += 2) {
         char32_t u = unit(i);
         if (u >= 0xD800 && u <= 0xDBFF) {
-            if (i + 2 >= b.size()) return std::nullopt;
+            if (i + 2 >= b.size()) return false;
             char32_t low = unit(i + 2);
-            if (low < 0xDC00 || low > 0xDFFF) return std::nullopt;
-            out.push_back(0x10000 + ((u - 0xD800) << 10) + (low - 0xDC00));
+            if (low < 0xDC00 || low > 0xDFFF) return false;
+            sink(0x10000 + ((u - 0xD800) << 10) + (low - 0xDC00));
             i += 2;
         } else if (isSurrogate(u)) {
-            return std::nullopt;
+            return false;
         } else {
-            out.push_back(u);
+            sink(u);
         }
     }
-    return out;
+    return true;
 }
 
-std::optional<std::u32string> decodeUTF32(std::string_view b, bool big) {
-    if (b.size() % 4 != 0) return std::nullopt;
-    std::u32string out;
-    out.reserve(b.size() / 4);
+template <typename Sink>
+bool eachUTF32(std::string_view b, bool big, Sink&& sink) {
+    if (b.size() % 4 != 0) return false;
     for (size_t i = 0; i < b.size(); i += 4) {
         char32_t c = 0;
         for (int k = 0; k < 4; ++k) {
             auto byte = static_cast<unsigned char>(b[i + (big ? k : 3 - k)]);
             c = c << 8 | byte;
         }
-        if (c > 0x10FFFF || isSurrogate(c)) return std::nullopt;
-        out.push_back(c);
+        if (c > 0x10FFFF || isSurrogate(c)) return false;
+        sink(c);
     }
+    return true;
+}
+
+std::optional<std::u32string> decodeUTF32(std::string_view b, bool big) {
+    std::u32string out;
+    out.reserve(b.size() / 4);
+    if (!eachUTF32(b, big, [&](char32_t c) { out.push_back(c); })) return std::nullopt;
     return out;
 }
 
@@ -296,38 +337,101 @@ std::optional<uint32_t> byName(std::string_view name) {
     return std::nullopt;
 }
 
+namespace {
+
+template <typename Sink>
+bool forEachCodePoint(const Entry& e, std::string_view bytes, Sink&& sink) {
+    switch (e.kind) {
+        case Kind::UTF8:
+            return eachUTF8(bytes, sink);
+        case Kind::UTF16LE:
+        case Kind::UTF16BE:
+            return eachUTF16(bytes, e.kind == Kind::UTF16BE, sink);
+        case Kind::UTF32LE:
+        case Kind::UTF32BE:
+            return eachUTF32(bytes, e.kind == Kind::UTF32BE, sink);
+        case Kind::Iconv: {
+            auto points = decodeIconv(bytes, e.iconvName);
+            if (!points) return false;
+            for (char32_t c : *points) sink(c);
+            return true;
+        }
+        case Kind::ASCII:
+        case Kind::HalfASCII:
+        case Kind::Latin1:
+        case Kind::Table:
+            for (char ch : bytes) {
+                auto c = static_cast<unsigned char>(ch);
+                if (c < 0x80 || e.kind == Kind::Latin1) {
+                    sink(static_cast<char32_t>(c));
+                } else if (e.kind == Kind::Table) {
+                    sink(static_cast<char32_t>(e.table[c - 0x80]));
+                } else {
+                    return false;
+                }
+            }
+            return true;
+    }
+    return false;
+}
+
+// Appends code points in an encoding that needs no iconv; unrepresentable ones become "?".
+struct Appender {
+    const Entry& e;
+    std::string& out;
+
+    void operator()(char32_t c) {
+        switch (e.kind) {
+            case Kind::UTF8:
+                appendUTF8(out, c > 0x10FFFF || isSurrogate(c) ? U'?' : c);
+                return;
+            case Kind::UTF16LE:
+            case Kind::UTF16BE: {
+                bool big = e.kind == Kind::UTF16BE;
+                if (c > 0x10FFFF || isSurrogate(c)) c = U'?';
+                if (c >= 0x10000) {
+                    appendUnit16(out, 0xD800 + ((c - 0x10000) >> 10), big);
+                    appendUnit16(out, 0xDC00 + ((c - 0x10000) & 0x3FF), big);
+                } else {
+                    appendUnit16(out, c, big);
+                }
+                return;
+            }
+            case Kind::UTF32LE:
+            case Kind::UTF32BE: {
+                bool big = e.kind == Kind::UTF32BE;
+                if (c > 0x10FFFF || isSurrogate(c)) c = U'?';
+                for (int k = 0; k < 4; ++k) {
+                    int shift = big ? 8 * (3 - k) : 8 * k;
+                    out.push_back(static_cast<char>((c >> shift) & 0xFF));
+                }
+                return;
+            }
+            default: {
+                char b = '?';
+                if (c < 0x80 || (c < 0x100 && e.kind == Kind::Latin1)) {
+                    b = static_cast<char>(c);
+                } else if (e.kind == Kind::Table) {
+                    for (int k = 0; k < 128; ++k) {
+                        if (e.table[k] == c) {
+                            b = static_cast<char>(0x80 + k);
+                            break;
+                        }
+                    }
+                }
+                out.push_back(b);
+                return;
+            }
+        }
+    }
+};
+
+}  // namespace
+
 std::optional<std::u32string> fromUTF8(std::string_view b) {
     std::u32string out;
     out.reserve(b.size());
-    size_t i = 0;
-    while (i < b.size()) {
-        auto c0 = static_cast<unsigned char>(b[i]);
-        if (c0 < 0x80) {
-            out.push_back(c0);
-            ++i;
-            continue;
-        }
-        int extra;
-        char32_t c, min;
-        if (c0 >= 0xC2 && c0 <= 0xDF) {
-            extra = 1, c = c0 & 0x1F, min = 0x80;
-        } else if (c0 >= 0xE0 && c0 <= 0xEF) {
-            extra = 2, c = c0 & 0x0F, min = 0x800;
-        } else if (c0 >= 0xF0 && c0 <= 0xF4) {
-            extra = 3, c = c0 & 0x07, min = 0x10000;
-        } else {
-            return std::nullopt;
-        }
-        if (i + extra >= b.size()) return std::nullopt;
-        for (int k = 1; k <= extra; ++k) {
-            auto cc = static_cast<unsigned char>(b[i + k]);
-            if ((cc & 0xC0) != 0x80) return std::nullopt;
-            c = c << 6 | (cc & 0x3F);
-        }
-        if (c < min || c > 0x10FFFF || isSurrogate(c)) return std::nullopt;
-        out.push_back(c);
-        i += extra + 1;
-    }
+    if (!eachUTF8(b, [&](char32_t c) { out.push_back(c); })) return std::nullopt;
     return out;
 }
 
@@ -341,100 +445,20 @@ std::string toUTF8(std::u32string_view text) {
 std::optional<std::u32string> decode(std::string_view bytes, uint32_t encoding) {
     const Entry* e = find(encoding);
     if (e == nullptr) return std::nullopt;
-    switch (e->kind) {
-        case Kind::UTF8:
-            return fromUTF8(bytes);
-        case Kind::UTF16LE:
-            return decodeUTF16(bytes, false);
-        case Kind::UTF16BE:
-            return decodeUTF16(bytes, true);
-        case Kind::UTF32LE:
-            return decodeUTF32(bytes, false);
-        case Kind::UTF32BE:
-            return decodeUTF32(bytes, true);
-        case Kind::Iconv:
-            return decodeIconv(bytes, e->iconvName);
-        case Kind::ASCII:
-        case Kind::HalfASCII:
-        case Kind::Latin1:
-        case Kind::Table: {
-            std::u32string out(bytes.size(), U'\0');
-            for (size_t i = 0; i < bytes.size(); ++i) {
-                auto c = static_cast<unsigned char>(bytes[i]);
-                if (c < 0x80 || e->kind == Kind::Latin1) {
-                    out[i] = c;
-                } else if (e->kind == Kind::Table) {
-                    out[i] = e->table[c - 0x80];
-                } else {
-                    return std::nullopt;
-                }
-            }
-            return out;
-        }
-    }
-    return std::nullopt;
+    std::u32string out;
+    out.reserve(bytes.size());
+    if (!forEachCodePoint(*e, bytes, [&](char32_t c) { out.push_back(c); })) return std::nullopt;
+    return out;
 }
 
 std::string encode(std::u32string_view text, uint32_t encoding) {
     const Entry* e = find(encoding);
     if (e == nullptr) return std::string(text.size(), '?');
+    if (e->kind == Kind::Iconv) return encodeIconv(text, e->iconvName);
     std::string out;
-    switch (e->kind) {
-        case Kind::UTF8:
-            return toUTF8(text);
-        case Kind::UTF16LE:
-        case Kind::UTF16BE: {
-            bool big = e->kind == Kind::UTF16BE;
-            out.reserve(text.size() * 2);
-            for (char32_t c : text) {
-                if (c > 0x10FFFF || isSurrogate(c)) c = U'?';
-                if (c >= 0x10000) {
-                    appendUnit16(out, 0xD800 + ((c - 0x10000) >> 10), big);
-                    appendUnit16(out, 0xDC00 + ((c - 0x10000) & 0x3FF), big);
-                } else {
-                    appendUnit16(out, c, big);
-                }
-            }
-            return out;
-        }
-        case Kind::UTF32LE:
-        case Kind::UTF32BE: {
-            bool big = e->kind == Kind::UTF32BE;
-            out.resize(text.size() * 4);
-            for (size_t i = 0; i < text.size(); ++i) {
-                char32_t c = text[i];
-                if (c > 0x10FFFF || isSurrogate(c)) c = U'?';
-                for (int k = 0; k < 4; ++k) {
-                    out[i * 4 + (big ? 3 - k : k)] = static_cast<char>((c >> (8 * k)) & 0xFF);
-                }
-            }
-            return out;
-        }
-        case Kind::Iconv:
-            return encodeIconv(text, e->iconvName);
-        case Kind::ASCII:
-        case Kind::HalfASCII:
-        case Kind::Latin1:
-        case Kind::Table: {
-            out.resize(text.size());
-            for (size_t i = 0; i < text.size(); ++i) {
-                char32_t c = text[i];
-                char b = '?';
-                if (c < 0x80 || (c < 0x100 && e->kind == Kind::Latin1)) {
-                    b = static_cast<char>(c);
-                } else if (e->kind == Kind::Table) {
-                    for (int k = 0; k < 128; ++k) {
-                        if (e->table[k] == c) {
-                            b = static_cast<char>(0x80 + k);
-                            break;
-                        }
-                    }
-                }
-                out[i] = b;
-            }
-            return out;
-        }
-    }
+    out.reserve(text.size());
+    Appender append{*e, out};
+    for (char32_t c : text) append(c);
     return out;
 }
 
@@ -673,28 +697,25 @@ std::optional<std::string> convert(std::string_view bytes, uint32_t from, uint32
     if (from == kREALTextEncodingUTF8 && isUTF32LE(to)) return utf8ToUTF32LE(bytes);
     if (isUTF16LE(from) && to == kREALTextEncodingUTF8) return utf16LEToUTF8(bytes);
     if (isUTF32LE(from) && to == kREALTextEncodingUTF8) return utf32LEToUTF8(bytes);
+    const Entry* source = find(from);
+    if (source == nullptr) return std::nullopt;
     if (to == kREALTextEncodingUnknown) {
         // Dropping the encoding keeps the bytes, once they are known to be valid.
-        if (!decode(bytes, from)) return std::nullopt;
+        if (!forEachCodePoint(*source, bytes, [](char32_t) {})) return std::nullopt;
         return std::string(bytes);
     }
-    // Pure ASCII reads the same in UTF-8 and the ASCII-compatible single-byte pages.
-    bool asciiCompatibleTarget = to == kREALTextEncodingUTF8 || to == kREALTextEncodingASCII ||
-                                 to == kREALTextEncodingISOLatin1;
-    if ((from == kREALTextEncodingASCII || from == kREALTextEncodingUTF8) &&
-        asciiCompatibleTarget) {
-        bool ascii = true;
-        for (char c : bytes) {
-            if (static_cast<unsigned char>(c) >= 0x80) {
-                ascii = false;
-                break;
-            }
-        }
-        if (ascii) return std::string(bytes);
+    const Entry* target = find(to);
+    if (target == nullptr || target->kind == Kind::Iconv) {
+        auto points = decode(bytes, from);
+        if (!points) return std::nullopt;
+        return encode(*points, to);
     }
-    auto points = decode(bytes, from);
-    if (!points) return std::nullopt;
-    return encode(*points, to);
+    // Straight from one form into the other, without a code point buffer in between.
+    std::string out;
+    out.reserve(bytes.size() + bytes.size() / 2);
+    Appender append{*target, out};
+    if (!forEachCodePoint(*source, bytes, append)) return std::nullopt;
+    return out;
 }
 
 int64_t characterCount(std::string_view bytes, uint32_t encoding) {

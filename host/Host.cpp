@@ -207,31 +207,16 @@ const std::unordered_map<std::string, void*>& serviceTable() {
     return table;
 }
 
-// ---- Calling ----------------------------------------------------------------------------------
+#ifdef KXT_SANITIZED
+// Under LeakSanitizer the plugin's process-wide allocations (registration records, lookup
+// tables) must stay reachable through its globals, as they do in Xojo, where a plugin is never
+// unloaded.
+constexpr int kKeepPluginMapped = RTLD_NODELETE;
+#else
+constexpr int kKeepPluginMapped = 0;
+#endif
 
-const char* valueTypeName(const Value& v) {
-    switch (v.type()) {
-        case Value::Type::Nil:
-            return "Nil";
-        case Value::Type::String:
-            return "String";
-        case Value::Type::Integer:
-            return "Integer";
-        case Value::Type::Boolean:
-            return "Boolean";
-        case Value::Type::Double:
-            return "Double";
-        case Value::Type::Ptr:
-            return "Ptr";
-        case Value::Type::MemoryBlock:
-            return "MemoryBlock";
-        case Value::Type::Object:
-            return "Object";
-        case Value::Type::Array:
-            return "String()";
-    }
-    return "?";
-}
+// ---- Calling ----------------------------------------------------------------------------------
 
 bool isClassType(const std::string& t) {
     static const char* const builtins[] = {"String",      "Integer",  "Boolean", "Double", "Ptr",
@@ -286,7 +271,7 @@ bool better(const Fit& a, const Fit& b) {
 std::string describeArgs(const std::vector<Value>& args) {
     std::string s = "(";
     for (size_t i = 0; i < args.size(); ++i)
-        s += (i ? ", " : "") + std::string(valueTypeName(args[i]));
+        s += (i ? ", " : "") + std::string(typeName(args[i].type()));
     return s + ")";
 }
 
@@ -493,7 +478,7 @@ Host::Host(HostOptions options) : options_(std::move(options)) {
     state_ = new State;
     state_->hostSerial = ++gHostSerials;
     gCurrent = this;
-    library_ = dlopen(copyPath_.c_str(), RTLD_NOW | RTLD_LOCAL);
+    library_ = dlopen(copyPath_.c_str(), RTLD_NOW | RTLD_LOCAL | kKeepPluginMapped);
     void* entry = library_ ? dlsym(library_, "REALPluginMain") : nullptr;
     if (entry == nullptr) {
         std::string why = library_ ? "the plugin exports no REALPluginMain" : dlerror();

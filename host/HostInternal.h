@@ -120,6 +120,9 @@ void* objectMethod(Object* o, std::string_view declaration);
 void raise(Host::State& st, std::string_view className, std::string_view message);
 void freeEverything(Host::State& st);
 
+// "String", "Integer", ... as declarations name the types (for messages).
+const char* typeName(Value::Type t);
+
 // The resolver handed to the plugin.
 void* resolve(const char* name);
 

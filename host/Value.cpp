@@ -8,19 +8,6 @@
 
 namespace xhost {
 
-namespace {
-
-bool holdsHandle(Value::Type t) {
-    return t == Value::Type::String || t == Value::Type::MemoryBlock || t == Value::Type::Object ||
-           t == Value::Type::Array;
-}
-
-Host::State& requireState() {
-    Host::State* st = currentState();
-    if (st == nullptr) throw std::logic_error("xhost::Value needs a live Host");
-    return *st;
-}
-
 const char* typeName(Value::Type t) {
     switch (t) {
         case Value::Type::Nil:
@@ -40,9 +27,22 @@ const char* typeName(Value::Type t) {
         case Value::Type::Object:
             return "Object";
         case Value::Type::Array:
-            return "Array";
+            return "String()";
     }
     return "?";
+}
+
+namespace {
+
+bool holdsHandle(Value::Type t) {
+    return t == Value::Type::String || t == Value::Type::MemoryBlock || t == Value::Type::Object ||
+           t == Value::Type::Array;
+}
+
+Host::State& requireState() {
+    Host::State* st = currentState();
+    if (st == nullptr) throw std::logic_error("xhost::Value needs a live Host");
+    return *st;
 }
 
 [[noreturn]] void wrongType(Value::Type have, const char* want) {
@@ -61,8 +61,9 @@ Value Value::string(std::string_view bytes, uint32_t encoding) {
     Host::State& st = requireState();
     Value v;
     v.type_ = Type::String;
-    v.handle_ = newString(st, bytes.data(), bytes.size(), encoding);
     v.host_ = st.hostSerial;
+    // Xojo hands the empty string to plugins as a nil handle.
+    if (!bytes.empty()) v.handle_ = newString(st, bytes.data(), bytes.size(), encoding);
     return v;
 }
 

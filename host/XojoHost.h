@@ -80,6 +80,7 @@ class Value {
 
     Value() = default;
     static Value nil() { return Value(); }
+    // The empty string is a nil handle, as Xojo passes it.
     static Value string(std::string_view bytes, uint32_t encoding = kREALTextEncodingUTF8);
     static Value integer(int64_t v);
     static Value boolean(bool v);

@@ -25,7 +25,7 @@ std::string visible(std::string_view s) {
         else if (c == 10)
             out += "<LF>";
         else if (c < 0x20 || c >= 0x7F)
-            out += "<" + std::to_string(c) + ">";
+            out.append("<").append(std::to_string(c)).append(">");
         else
             out += char(c);
     }

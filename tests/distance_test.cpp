@@ -41,7 +41,11 @@ int64_t matrixDistance(const std::vector<uint32_t>& a, const std::vector<uint32_
 std::string show(const std::vector<uint32_t>& s) {
     std::string out;
     for (uint32_t c : s)
-        out += (c >= 0x20 && c < 0x7F) ? std::string(1, char(c)) : "<" + std::to_string(c) + ">";
+        if (c >= 0x20 && c < 0x7F) {
+            out += char(c);
+        } else {
+            out.append("<").append(std::to_string(c)).append(">");
+        }
     return out;
 }
 

@@ -250,6 +250,17 @@ TEST_F(HostCalls, EveryCallingConventionRoundTrips) {
     EXPECT_EQ(host().yieldCount(), 3);
 }
 
+TEST_F(HostCalls, TheEmptyStringIsPassedAsNil) {
+    Value empty = S("");
+    EXPECT_EQ(empty.type(), Value::Type::String);
+    EXPECT_TRUE(empty.isNil());
+    EXPECT_EQ(empty.stringHandle(), nullptr);
+    EXPECT_EQ(empty.bytes(), "");
+    EXPECT_EQ(empty.encoding(), kREALTextEncodingUnknown);
+    EXPECT_EQ(host().liveStrings(), 0u);
+    EXPECT_TRUE(call("EchoFixture", {empty}).isNil());
+}
+
 TEST_F(HostCalls, ValuesCopyAndReleaseTheirReferences) {
     {
         Value a = S("x");

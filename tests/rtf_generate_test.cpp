@@ -157,6 +157,11 @@ struct StyledChar {
     bool operator==(const StyledChar&) const = default;
 };
 
+void PrintTo(const StyledChar& c, std::ostream* os) {
+    *os << "U+" << std::hex << uint32_t(c.unit) << std::dec << " " << c.font << " " << c.size << " "
+        << std::hex << c.color << std::dec << " " << c.bold << c.italic << c.underline;
+}
+
 std::string Show(const std::vector<TestRun>& runs) {
     std::string s;
     for (const TestRun& r : runs) {

@@ -11,22 +11,6 @@
 
 namespace {
 
-// One host method per operation, remembered for the object it was last looked up for.
-template <typename Fn>
-struct MethodCache {
-    const char* declaration;
-    REALobject object = nullptr;
-    Fn function = nullptr;
-
-    Fn lookup(REALobject target) {
-        if (target != object || function == nullptr) {
-            object = target;
-            function = reinterpret_cast<Fn>(REALLoadObjectMethod(target, declaration));
-        }
-        return function;
-    }
-};
-
 MethodCache<void (*)(REALobject, RBInteger)> gRemoveStyleRun{"RemoveStyleRun(Index as Integer)"};
 MethodCache<void (*)(REALobject, REALobject)> gAppendStyleRun{"AppendStyleRun(Run as StyleRun)"};
 MethodCache<void (*)(REALobject, RBInteger, RBInteger)> gSetParagraphAlignment{

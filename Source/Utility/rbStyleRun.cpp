@@ -88,23 +88,6 @@ int64_t GetInteger(REALobject object, const char* name) {
     return value;
 }
 
-// The host method of an object by declaration, remembered for the object it was last looked up
-// for.
-template <typename Fn>
-struct MethodCache {
-    const char* declaration;
-    REALobject object = nullptr;
-    Fn function = nullptr;
-
-    Fn lookup(REALobject target) {
-        if (target != object || function == nullptr) {
-            object = target;
-            function = reinterpret_cast<Fn>(REALLoadObjectMethod(target, declaration));
-        }
-        return function;
-    }
-};
-
 using IndexedMethod = REALobject (*)(REALobject, RBInteger);
 MethodCache<IndexedMethod> gStyleRunMethod{"StyleRun(Index as Integer) As StyleRun"};
 MethodCache<IndexedMethod> gParagraphMethod{"Paragraph(Index as Integer) As Paragraph"};

@@ -5,7 +5,25 @@
 #include <cstdint>
 #include <vector>
 
+#include "REALplugin.h"
 #include "XojoPluginABI.h"
+
+// A host method of an object by declaration, remembered for the object it was last looked up
+// for (the style-run helpers call the same few methods on the same object many times).
+template <typename Fn>
+struct MethodCache {
+    const char* declaration;
+    REALobject object = nullptr;
+    Fn function = nullptr;
+
+    Fn lookup(REALobject target) {
+        if (target != object || function == nullptr) {
+            object = target;
+            function = reinterpret_cast<Fn>(REALLoadObjectMethod(target, declaration));
+        }
+        return function;
+    }
+};
 
 // One style run as read from a StyledText. Owns one lock on each of its two strings.
 class XojoStyleRun {

@@ -18,20 +18,6 @@ const char kEmpty8[1] = {0};
 const uint16_t kEmpty16[1] = {0};
 const uint32_t kEmpty32[1] = {0};
 
-bool isUnicodeFamily(uint32_t encoding) {
-    switch (encoding) {
-        case kREALTextEncodingUTF16:
-        case kREALTextEncodingUTF16BE:
-        case kREALTextEncodingUTF16LE:
-        case kREALTextEncodingUTF32:
-        case kREALTextEncodingUTF32BE:
-        case kREALTextEncodingUTF32LE:
-            return true;
-        default:
-            return false;
-    }
-}
-
 bool isUTF16Family(uint32_t encoding) {
     return encoding == kREALTextEncodingUTF16 || encoding == kREALTextEncodingUTF16BE ||
            encoding == kREALTextEncodingUTF16LE;
@@ -175,7 +161,7 @@ void rbText::SetText(REALstring s) {
             return;
         }
         default:
-            if (isUnicodeFamily(encoding_)) kind_ = kUnicode;
+            if (IsUTF16or32Encoding(encoding_)) kind_ = kUnicode;
             break;
     }
     if (kind_ == kEightBit) checkASCII();

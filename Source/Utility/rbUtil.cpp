@@ -26,6 +26,20 @@ bool IsASCII(const void* data, int64_t length) {
     return (rest & 0x80) == 0;
 }
 
+bool IsUTF16or32Encoding(uint32_t encoding) {
+    switch (encoding) {
+        case kREALTextEncodingUTF16:
+        case kREALTextEncodingUTF16BE:
+        case kREALTextEncodingUTF16LE:
+        case kREALTextEncodingUTF32:
+        case kREALTextEncodingUTF32BE:
+        case kREALTextEncodingUTF32LE:
+            return true;
+        default:
+            return false;
+    }
+}
+
 namespace {
 
 // The host's string lengths are 32-bit.

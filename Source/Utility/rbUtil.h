@@ -22,6 +22,9 @@ inline REALstring REALBuildUnicodeString(std::string_view bytes, uint32_t encodi
 
 bool IsASCII(const void* data, int64_t length);
 
+// The UTF-16 and UTF-32 family, in host or explicit byte order.
+bool IsUTF16or32Encoding(uint32_t encoding);
+
 // Releases the handle held in *object / *string at scope end (and clears the variable), so an
 // early return or an exception does not leak a result that was already built.
 class rbFreeLater {

@@ -79,24 +79,29 @@ void FixFlags(REALmoduleDefinition* module) {
     FixFlags(module->properties, int64_t(module->propertyCount));
 }
 
-void MarkProtected(REALmethodDefinition* methods, int64_t count) {
-    if (methods == nullptr) {
-        if (count != 0) logRegistration("Error: method array is nil while count is not zero!");
+namespace {
+
+template <typename Record>
+void markUnscoped(Record* records, int64_t count, uint32_t Record::*flags, const char* nilError) {
+    if (records == nullptr) {
+        if (count != 0) logRegistration(nilError);
         return;
     }
     for (int64_t i = 0; i < count; ++i) {
-        if ((methods[i].mFlags & kScopeBits) == 0) methods[i].mFlags |= kFlagProtected;
+        if ((records[i].*flags & kScopeBits) == 0) records[i].*flags |= kFlagProtected;
     }
 }
 
+}  // namespace
+
+void MarkProtected(REALmethodDefinition* methods, int64_t count) {
+    markUnscoped(methods, count, &REALmethodDefinition::mFlags,
+                 "Error: method array is nil while count is not zero!");
+}
+
 void MarkProtected(REALproperty* properties, int64_t count) {
-    if (properties == nullptr) {
-        if (count != 0) logRegistration("Error: property array is nil while count is not zero!");
-        return;
-    }
-    for (int64_t i = 0; i < count; ++i) {
-        if ((properties[i].flags & kScopeBits) == 0) properties[i].flags |= kFlagProtected;
-    }
+    markUnscoped(properties, count, &REALproperty::flags,
+                 "Error: property array is nil while count is not zero!");
 }
 
 void MarkProtected(void* enums, int64_t count) {
@@ -130,6 +135,9 @@ bool usesGeneratedModules() {
     return gHostVersion >= 2013.0 && gHostVersion < 3000.0;
 }
 
+// The generated modules, kept for the life of the process.
+REALmoduleDefinition* gGeneratedModules[2] = {nullptr, nullptr};
+
 // A zeroed module with its name; the host keeps pointers into it, so it is never freed.
 REALmoduleDefinition* newModule(const char* name) {
     auto* module = static_cast<REALmoduleDefinition*>(calloc(1, sizeof(REALmoduleDefinition)));
@@ -138,6 +146,12 @@ REALmoduleDefinition* newModule(const char* name) {
         return nullptr;
     }
     module->name = strdup(name);
+    for (auto& slot : gGeneratedModules) {
+        if (slot == nullptr) {
+            slot = module;
+            break;
+        }
+    }
     return module;
 }
 

@@ -2,6 +2,7 @@
 #include "RTFWrite.h"
 
 #include <cstring>
+#include <deque>
 
 #include "REALplugin.h"
 #include "rbCreateStyleRun.h"
@@ -241,7 +242,7 @@ class GroupStack {
         GroupState state;
         int64_t count;
     };
-    std::vector<Entry> entries_;
+    std::deque<Entry> entries_;  // grows in blocks: no copying of deep stacks
 };
 
 class Parser {

@@ -94,20 +94,6 @@ std::string replaceLineEndings(std::string_view text, std::string_view newline, 
 
 namespace {
 
-bool isWideUnicode(uint32_t encoding) {
-    switch (encoding) {
-        case kREALTextEncodingUTF16:
-        case kREALTextEncodingUTF16BE:
-        case kREALTextEncodingUTF16LE:
-        case kREALTextEncodingUTF32:
-        case kREALTextEncodingUTF32BE:
-        case kREALTextEncodingUTF32LE:
-            return true;
-        default:
-            return false;
-    }
-}
-
 kxt::YieldHook hookFor(bool yield) {
     return yield ? &REALYieldToRB : nullptr;
 }
@@ -134,7 +120,7 @@ REALstring ReplaceLineEndingsKXT_binary(REALstring Text, REALstring NewLine, boo
 REALstring ReplaceLineEndingsKXT(REALstring Text, REALstring NewLine, RBBoolean yield) {
     return HandlerBoundary<REALstring>(nullptr, [&] {
         const uint32_t encoding = REALGetStringEncoding(Text);
-        return isWideUnicode(encoding)
+        return IsUTF16or32Encoding(encoding)
                    ? ReplaceLineEndingsKXT_text(Text, NewLine, yield)
                    : ReplaceLineEndingsKXT_binary(Text, NewLine, yield, encoding);
     });

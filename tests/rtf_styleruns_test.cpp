@@ -1,0 +1,235 @@
+// Reading and building style runs: the plugin's helpers called in-process, bound to the
+// emulated host.
+#include <string>
+#include <vector>
+
+#include "HostInternal.h"
+#include "KxtTest.h"
+#include "REALplugin.h"
+#include "rbCreateStyleRun.h"
+#include "rbData.h"
+#include "rbDebug.h"
+#include "rbStyleRun.h"
+#include "rbUtil.h"
+
+using namespace kxt_test;
+using xhost::ParagraphSpec;
+using xhost::RunSpec;
+
+namespace {
+
+class StyleRunHelpers : public HostTest {
+  protected:
+    void SetUp() override {
+        HostTest::SetUp();
+        BindHost(&xhost::resolve);
+    }
+    static std::string Bytes(REALstring s) {
+        rbData d(s);
+        return std::string(d.view());
+    }
+};
+
+TEST_F(StyleRunHelpers, RunsArePlacedByPosition) {
+    Value text = host().newStyledText({{"0123456789", "Arial", 10},
+                                       {"abcde", "Times", 12, true, false, true, 0x123456},
+                                       {"\xC3\xA9\xE4\xB8\xAD\r", "Arial", 14}});
+    std::vector<XojoStyleRun> runs;
+    GetXojoStyleRunsForText(text.objectHandle(), runs, false);
+    ASSERT_EQ(runs.size(), 3u);
+    struct Expected {
+        int64_t start, length, middle;
+        std::string text, font;
+    } expected[] = {{0, 10, 5, "0123456789", "Arial"},
+                    {10, 5, 12, "abcde", "Times"},
+                    {15, 3, 16, "\xC3\xA9\xE4\xB8\xAD\r", "Arial"}};
+    for (size_t i = 0; i < runs.size(); ++i) {
+        EXPECT_EQ(runs[i].startPos, expected[i].start) << i;
+        EXPECT_EQ(runs[i].length, expected[i].length) << i;
+        EXPECT_EQ(runs[i].middlePos, expected[i].middle) << i;
+        EXPECT_EQ(Bytes(runs[i].text), expected[i].text) << i;
+        EXPECT_EQ(Bytes(runs[i].font), expected[i].font) << i;
+    }
+    EXPECT_TRUE(runs[1].bold && runs[1].underline && !runs[1].italic);
+    EXPECT_EQ(runs[1].textColor, 0x123456u);
+    EXPECT_EQ(runs[1].size, 12);
+
+    // Copies take locks of their own; the fixture sees every one given back.
+    std::vector<XojoStyleRun> copies = runs;
+    copies[0].setText(copies[0].text);  // setting the string it already holds is safe
+    copies[0].setFont(copies[1].font);
+    EXPECT_EQ(Bytes(copies[0].font), "Times");
+}
+
+TEST_F(StyleRunHelpers, NoRunsWithoutRunsOrParagraphs) {
+    std::vector<XojoStyleRun> runs;
+    GetXojoStyleRunsForText(nullptr, runs, false);
+    EXPECT_TRUE(runs.empty());
+    GetXojoStyleRunsForText(host().newStyledText({}).objectHandle(), runs, false);
+    EXPECT_TRUE(runs.empty());
+    Value empty = host().newStyledText({{""}, {""}});
+    GetXojoStyleRunsForText(empty.objectHandle(), runs, false);
+    EXPECT_TRUE(runs.empty());
+}
+
+TEST_F(StyleRunHelpers, AlignmentFromTheParagraphOfTheMiddleCharacter) {
+    // Paragraphs: "ab\r" (0-2, centre), "cd\r" (3-5, right), "e" (6, left).
+    Value text = host().newStyledText({{"a"}, {"b\rcd"}, {"\r"}, {"e"}});
+    host().setParagraphAlignment(text, 0, 2);
+    host().setParagraphAlignment(text, 1, 3);
+    host().setParagraphAlignment(text, 2, 1);
+    std::vector<XojoStyleRun> runs;
+    GetXojoStyleRunsForText(text.objectHandle(), runs, false);
+    std::vector<int64_t> alignments;
+    for (const auto& r : runs) alignments.push_back(r.alignment);
+    // "b\rcd" starts in the first paragraph, but its middle (3) lies in the second. "\r" has
+    // its middle on the second paragraph's end.
+    EXPECT_EQ(alignments, (std::vector<int64_t>{2, 3, 3, 1}));
+
+    std::vector<XojoStyleRun> skipped;
+    GetXojoStyleRunsForText(text.objectHandle(), skipped, true);
+    for (const auto& r : skipped) EXPECT_EQ(r.alignment, 0);
+}
+
+TEST_F(StyleRunHelpers, FontWithZeroBytesIsRepairedAsUTF16) {
+    Value text = host().newStyledText({{"x", std::string("A\0r\0", 4)}, {"y", "Arial"}});
+    REALobject run = GetStyleRun(text.objectHandle(), 0);
+    REALstring font = GetFont(run);
+    rbFreeLater freeFont(&font);
+    EXPECT_EQ(Bytes(font), "Ar");
+    REALstring plain = GetFont(GetStyleRun(text.objectHandle(), 1));
+    rbFreeLater freePlain(&plain);
+    EXPECT_EQ(Bytes(plain), "Arial");
+}
+
+TEST_F(StyleRunHelpers, ReadersGiveZeroOnFailure) {
+    EXPECT_FALSE(GetBold(nullptr));
+    EXPECT_EQ(GetTextColor(nullptr), 0u);
+    EXPECT_EQ(GetSize(nullptr), 0);
+    EXPECT_EQ(GetText(nullptr), nullptr);
+    EXPECT_EQ(GetFont(nullptr), nullptr);
+    EXPECT_EQ(GetStyleRunCount(nullptr), 0);
+    EXPECT_EQ(CleanupText(nullptr), nullptr);
+    Value s = S("abc\xC3\xA9");
+    EXPECT_EQ(GetStringLength(s.stringHandle()), 4);
+}
+
+// ---- Building ---------------------------------------------------------------------------
+
+class StyleRunBuilding : public StyleRunHelpers {
+  protected:
+    REALobject newRun() {
+        REALobject run = NewStyleRun();
+        EXPECT_NE(run, nullptr);
+        return run;
+    }
+};
+
+TEST_F(StyleRunBuilding, AlignmentGoesToTheFirstParagraphTheAppendOpens) {
+    Value text = host().newStyledText({});
+    REALobject run = newRun();
+    Value abc = S("abc\r");
+    StyledTextAddStyleRun(abc.stringHandle(), text.objectHandle(), run, 3);
+    EXPECT_EQ(run, nullptr);  // consumed
+    // No line end in the text opened by the next run's first character: "de" opens paragraph 1.
+    run = newRun();
+    Value de = S("de");
+    StyledTextAddStyleRun(de.stringHandle(), text.objectHandle(), run, 2);
+    // "f" opens nothing: its alignment is not set.
+    run = newRun();
+    Value f = S("f");
+    StyledTextAddStyleRun(f.stringHandle(), text.objectHandle(), run, 1);
+    // A negative alignment sets nothing.
+    run = newRun();
+    Value g = S("\rg");
+    StyledTextAddStyleRun(g.stringHandle(), text.objectHandle(), run, -1);
+    EXPECT_EQ(host().paragraphs(text),
+              (std::vector<ParagraphSpec>{{0, 3, 3}, {4, 7, 2}, {8, 8, 0}}));
+}
+
+TEST_F(StyleRunBuilding, BufferForm) {
+    Value text = host().newStyledText({});
+    REALobject run = newRun();
+    std::string buffer;
+    StyledTextAddStyleRun(kREALTextEncodingWindowsLatin1, buffer, text.objectHandle(), run, 0);
+    EXPECT_EQ(run, nullptr);  // an empty buffer still consumes the run
+    EXPECT_TRUE(host().styleRuns(text).empty());
+
+    run = newRun();
+    buffer = std::string("caf\xE9\0tail", 9);
+    StyledTextAddStyleRun(kREALTextEncodingWindowsLatin1, buffer, text.objectHandle(), run, 0);
+    EXPECT_EQ(run, nullptr);
+    EXPECT_TRUE(buffer.empty());
+
+    buffer = "lost";  // no run: the bytes are dropped
+    StyledTextAddStyleRun(kREALTextEncodingWindowsLatin1, buffer, text.objectHandle(), run, 0);
+    EXPECT_TRUE(buffer.empty());
+
+    std::vector<RunSpec> runs = host().styleRuns(text);
+    ASSERT_EQ(runs.size(), 1u);
+    EXPECT_EQ(runs[0].text, "caf\xC3\xA9");
+}
+
+TEST_F(StyleRunBuilding, CodeUnitForm) {
+    Value text = host().newStyledText({});
+    REALobject run = newRun();
+    StyledTextAddStyleRun(uint16_t(0), text.objectHandle(), run, 0);
+    EXPECT_EQ(run, nullptr);
+    run = newRun();
+    StyledTextAddStyleRun(uint16_t(0x4E2D), text.objectHandle(), run, 0);
+    EXPECT_EQ(run, nullptr);
+    StyledTextAddStyleRun(uint16_t(0x41), text.objectHandle(), run, 0);  // nil run: nothing
+    std::vector<RunSpec> runs = host().styleRuns(text);
+    ASSERT_EQ(runs.size(), 1u);
+    EXPECT_EQ(runs[0].text, "\xE4\xB8\xAD");
+}
+
+TEST_F(StyleRunBuilding, SettersAndClear) {
+    Value text = host().newStyledText({{"one"}, {"two"}, {"three"}});
+    StyledTextClear(text.objectHandle());
+    EXPECT_TRUE(host().styleRuns(text).empty());
+
+    REALobject run = newRun();
+    StyleRunSetBold(run, true);
+    StyleRunSetItalic(run, true);
+    StyleRunSetUnderline(run, false);
+    StyleRunSetTextColor(run, 0xABCDEF);
+    StyleRunSetSize(run, 17);
+    Value font = S("Caf\xC3\xA9");
+    StyleRunSetFontName(run, font.stringHandle());
+    Value body = S("text");
+    StyleRunSetText(run, body.stringHandle());
+    StyledTextAppendStyleRun(text.objectHandle(), run);
+    REALUnlockObject(run);
+    EXPECT_EQ(host().styleRuns(text),
+              (std::vector<RunSpec>{{"text", "Caf\xC3\xA9", 17, true, true, false, 0xABCDEF}}));
+
+    // Nil objects are accepted quietly.
+    StyleRunSetBold(nullptr, true);
+    StyleRunSetFontName(nullptr, font.stringHandle());
+    StyledTextAppendStyleRun(text.objectHandle(), nullptr);
+    StyledTextAppendStyleRun(nullptr, nullptr);
+    StyledTextRemoveStyleRun(nullptr, 0);
+    StyledTextSetParagraphAlignment(nullptr, 0, 1);
+    StyledTextClear(nullptr);
+    EXPECT_EQ(host().styleRuns(text).size(), 1u);
+}
+
+TEST_F(StyleRunBuilding, NilMessagesKeepTheirTwoSpellings) {
+    ::setDebugging(true);
+    testing::internal::CaptureStderr();
+    StyledTextAppendStyleRun(host().newStyledText({}).objectHandle(), nullptr);
+    StyleRunSetBold(nullptr, true);
+    StyledTextRemoveStyleRun(nullptr, 4);
+    std::string log = testing::internal::GetCapturedStderr();
+    ::setDebugging(false);
+    EXPECT_EQ(log,
+              "KXT Debug: StyledTextAppendStyleRun\n"
+              "KXT Debug: styleRun is nil in StyledTextAppendStyleRun\n"
+              "KXT Debug: StyleRunSetBold 1\n"
+              "KXT Debug: StyleRun is nil in StyleRunSetBold\n"
+              "KXT Debug: StyledTextRemoveStyleRun 4\n"
+              "KXT Debug: styledText is nil in StyledTextRemoveStyleRun\n");
+}
+
+}  // namespace
