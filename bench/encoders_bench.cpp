@@ -204,7 +204,7 @@ void mail() {
     });
     addOne("host", "GetUnicodeMarkersKXT", "kind", "1-7", "", [](auto& st) {
         int64_t kind = 0;
-        for (auto _ : st) {
+        for ([[maybe_unused]] auto _ : st) {
             auto r = host().call("GetUnicodeMarkersKXT", {integer(1 + kind++ % 7)});
             benchmark::DoNotOptimize(r);
         }

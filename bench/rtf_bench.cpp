@@ -66,7 +66,7 @@ void generator() {
             xhost::CallResult r = host().getRTF(styled);
             if (r.exception || r.value.isNil()) return st.SkipWithError("no RTF came back");
         }
-        for (auto _ : st) {
+        for ([[maybe_unused]] auto _ : st) {
             xhost::CallResult r = host().getRTF(styled);
             benchmark::DoNotOptimize(r);
         }
@@ -100,7 +100,7 @@ void parser() {
         Bytes in = corpus(Corpus::RTF, n);
         xhost::Value styled = host().newObject("StyledText");
         const xhost::Value rtf = text(*in);
-        for (auto _ : st) {
+        for ([[maybe_unused]] auto _ : st) {
             xhost::CallResult r = host().setRTF(styled, rtf);
             benchmark::DoNotOptimize(r);
         }

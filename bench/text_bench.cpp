@@ -426,7 +426,7 @@ constexpr double kValues[] = {0.0, 1.5, -273.15, 6.02214076e23, 1.0 / 3.0, 1e-30
 void numbers() {
     addOne("host", "StrKXT", "doubles", "one", "", [](auto& st) {
         size_t i = 0;
-        for (auto _ : st) {
+        for ([[maybe_unused]] auto _ : st) {
             auto r = host().call("StrKXT", {xhost::Value::real(kValues[i++ % 7])});
             benchmark::DoNotOptimize(r);
         }
@@ -438,7 +438,7 @@ void numbers() {
     });
     addOne("host", "ScientificStrKXT", "doubles", "one", "", [](auto& st) {
         size_t i = 0;
-        for (auto _ : st) {
+        for ([[maybe_unused]] auto _ : st) {
             auto r =
                 host().call("ScientificStrKXT", {xhost::Value::real(kValues[i++ % 7]), integer(6)});
             benchmark::DoNotOptimize(r);

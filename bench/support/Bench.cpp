@@ -102,7 +102,7 @@ void hostLoop(benchmark::State& state, std::string_view method,
             return;
         }
     }
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         xhost::CallResult r = h.call(method, args);
         benchmark::DoNotOptimize(r);
     }
@@ -114,7 +114,7 @@ void addMemcpyAnchor(const std::vector<size_t>& sizes) {
         Bytes in = corpus(Corpus::Binary, size);
         std::unique_ptr<char[]> out = freshBuffer<char>(size);
         std::memset(out.get(), 0, size);
-        for (auto _ : state) {
+        for ([[maybe_unused]] auto _ : state) {
             std::memcpy(out.get(), in->data(), size);
             benchmark::DoNotOptimize(out.get());
             benchmark::ClobberMemory();
@@ -124,7 +124,7 @@ void addMemcpyAnchor(const std::vector<size_t>& sizes) {
     // What any new result of that size costs before a byte is computed: fresh memory, mapped
     // on first touch.
     add("anchor", "fresh-buffer", "bytes", "", sizes, [](benchmark::State& state, size_t size) {
-        for (auto _ : state) {
+        for ([[maybe_unused]] auto _ : state) {
             std::unique_ptr<char[]> out = freshBuffer<char>(size);
             std::memset(out.get(), 'x', size);
             benchmark::DoNotOptimize(out.get());

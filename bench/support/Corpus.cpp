@@ -142,8 +142,8 @@ std::string prosePiece(Rng& rng) {
 const char* const kMultilingual[] = {
     "Le cœur déçu mais l'âme plutôt naïve, Louÿs rêva de crapaüter en canoë au delà des îles. ",
     "Falsches Üben von Xylophonmusik quält jeden größeren Zwerg. ",
-    "El pingüino Wenceslao hizo kilómetros bajo exhaustiva lluvia y frío, añoraba a su querido "
-    "cachorro. ",
+    ("El pingüino Wenceslao hizo kilómetros bajo exhaustiva lluvia y frío, añoraba a su querido "
+     "cachorro. "),
     "Příliš žluťoučký kůň úpěl ďábelské ódy. ",
     "Tiếng Việt có dấu: Một hai ba, chúng ta cùng đi. ",
     "Ξεσκεπάζω την ψυχοφθόρα βδελυγμία. Ἀρχὴ σοφίας φόβος Κυρίου. ",
