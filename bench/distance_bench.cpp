@@ -1,72 +1,23 @@
-// Edit distance (bit-parallel against the full table it replaces), Jaro-Winkler, and line-ending
-// replacement on 64 MiB. Every benchmark reports the peak heap use of one call.
-#include <benchmark/benchmark.h>
-
+// The distances on multilingual operands of 256 to 20,000 code points, the second a copy of the
+// first with about one edit in ten: Levenshtein (bit-parallel) against the full (la+1) x (lb+1)
+// table of 8-byte cells the distance is defined by, and Jaro-Winkler against a straightforward
+// implementation. Both are quadratic in the worst case, so sizes are counted in code points.
+// Every plain benchmark reports the peak heap use of one call. Run: build/bench/distance_bench
+// (configure with -DKXT_BENCH=ON).
 #include <algorithm>
-#include <atomic>
-#include <cstdlib>
-#include <new>
-#include <random>
-#include <string>
-#include <vector>
 
+#include "Bench.h"
 #include "Distance.h"
-#include "ReplaceLineEndings.h"
+#include "HeapCount.h"
 
-// Heap accounting for the whole program, so the plugin code's allocations are seen too.
-namespace {
-std::atomic<size_t> gLiveBytes{0}, gPeakBytes{0};
-}  // namespace
-
-void* operator new(size_t size) {
-    void* p = std::malloc(size + 16);
-    if (!p) throw std::bad_alloc();
-    *static_cast<size_t*>(p) = size;
-    const size_t live = gLiveBytes += size;
-    size_t peak = gPeakBytes.load();
-    while (live > peak && !gPeakBytes.compare_exchange_weak(peak, live)) {
-    }
-    return static_cast<char*>(p) + 16;
-}
-void operator delete(void* p) noexcept {
-    if (!p) return;
-    void* block = static_cast<char*>(p) - 16;
-    gLiveBytes -= *static_cast<size_t*>(block);
-    std::free(block);
-}
-void operator delete(void* p, size_t) noexcept {
-    operator delete(p);
-}
+using namespace bench;
 
 namespace {
 
-// Text-like operands: b is a with about one edit in ten (swaps, insertions, deletions, changes).
-std::pair<std::vector<uint32_t>, std::vector<uint32_t>> operands(size_t length) {
-    std::mt19937 rng(42);
-    std::vector<uint32_t> a(length);
-    for (auto& c : a) c = 'a' + rng() % 26;
-    std::vector<uint32_t> b = a;
-    for (size_t k = 0; k < length / 10; ++k) {
-        const size_t pos = rng() % (b.size() - 1);
-        switch (k % 4) {
-            case 0:
-                std::swap(b[pos], b[pos + 1]);
-                break;
-            case 1:
-                b.insert(b.begin() + long(pos), 'a' + rng() % 26);
-                break;
-            case 2:
-                b.erase(b.begin() + long(pos));
-                break;
-            default:
-                b[pos] = 'a' + rng() % 26;
-        }
-    }
-    return {a, b};
-}
+using Points32 = std::vector<uint32_t>;
 
-// The full (la + 1) x (lb + 1) table of 8-byte cells, as the distance is defined.
-int64_t matrixDistance(const std::vector<uint32_t>& a, const std::vector<uint32_t>& b) {
+// The full table, column by column, as the distance is defined (adjacent swaps cost 1).
+int64_t matrixDistance(const Points32& a, const Points32& b) {
     const size_t la = a.size(), lb = b.size();
     std::vector<int64_t> d((la + 1) * (lb + 1));
     auto at = [&](size_t i, size_t j) -> int64_t& { return d[i + j * (la + 1)]; };
@@ -83,79 +34,112 @@ int64_t matrixDistance(const std::vector<uint32_t>& a, const std::vector<uint32_
     return at(la, lb);
 }
 
-void reportPeak(benchmark::State& state, size_t before) {
-    state.counters["peak_heap_bytes"] = double(gPeakBytes.load() - before);
-}
-
-void BM_LevenshteinBitParallel(benchmark::State& state) {
-    const auto [a, b] = operands(size_t(state.range(0)));
-    gPeakBytes = gLiveBytes.load();
-    const size_t before = gLiveBytes.load();
-    for (auto _ : state) benchmark::DoNotOptimize(kxt::levenshteinDistance(a, b));
-    reportPeak(state, before);
-}
-BENCHMARK(BM_LevenshteinBitParallel)->Arg(2000)->Arg(10000)->Unit(benchmark::kMillisecond);
-
-void BM_LevenshteinFullTable(benchmark::State& state) {
-    const auto [a, b] = operands(size_t(state.range(0)));
-    gPeakBytes = gLiveBytes.load();
-    const size_t before = gLiveBytes.load();
-    for (auto _ : state) benchmark::DoNotOptimize(matrixDistance(a, b));
-    reportPeak(state, before);
-}
-BENCHMARK(BM_LevenshteinFullTable)->Arg(2000)->Arg(10000)->Unit(benchmark::kMillisecond);
-
-void BM_JaroWinkler(benchmark::State& state) {
-    const auto [a, b] = operands(size_t(state.range(0)));
-    gPeakBytes = gLiveBytes.load();
-    const size_t before = gLiveBytes.load();
-    for (auto _ : state) benchmark::DoNotOptimize(kxt::jaroWinklerDistance(a, b));
-    reportPeak(state, before);
-}
-BENCHMARK(BM_JaroWinkler)->Arg(2000)->Arg(10000)->Unit(benchmark::kMillisecond);
-
-// 64 MiB of lines of 20 to 99 bytes, ending in CR LF, LF or CR.
-std::string lines64MiB() {
-    std::mt19937 rng(3);
-    std::string text;
-    text.reserve(size_t(64) << 20);
-    while (text.size() < (size_t(64) << 20)) {
-        text.append(20 + rng() % 80, 'x');
-        const char* ends[] = {"\r\n", "\n", "\r"};
-        text += ends[rng() % 3];
+// Jaro-Winkler similarity exactly as defined: flags, window, transpositions, prefix boost.
+double straightJaroWinkler(const Points32& a, const Points32& b) {
+    const size_t la = a.size(), lb = b.size();
+    if (la == 0) return lb == 0 ? 1.0 : 0.0;
+    std::vector<char> fa(la), fb(lb);
+    const int64_t w = std::max<int64_t>(int64_t(std::max(la, lb)) / 2 - 1, 0);
+    int64_t m = 0;
+    for (size_t i = 0; i < la; ++i) {
+        const int64_t from = std::max<int64_t>(int64_t(i) - w, 0);
+        const int64_t to = std::min<int64_t>(int64_t(i) + w + 1, int64_t(lb));
+        for (int64_t j = from; j < to; ++j) {
+            if (!fb[size_t(j)] && b[size_t(j)] == a[i]) {
+                fa[i] = fb[size_t(j)] = 1;
+                ++m;
+                break;
+            }
+        }
     }
-    text.resize(size_t(64) << 20);
-    return text;
-}
-
-int gYields = 0;
-void countYield() {
-    ++gYields;
-}
-
-void BM_ReplaceLineEndings64MiB(benchmark::State& state) {
-    const std::string text = lines64MiB();
-    const bool yield = state.range(0) != 0;
-    gPeakBytes = gLiveBytes.load();
-    const size_t before = gLiveBytes.load();
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(
-            kxt::replaceLineEndings(text, "\n", yield ? &countYield : nullptr));
+    if (m == 0) return 0.0;
+    int64_t t = 0;
+    for (size_t i = 0, j = 0; i < la; ++i) {
+        if (!fa[i]) continue;
+        while (!fb[j]) ++j;
+        if (a[i] != b[j]) ++t;
+        ++j;
     }
-    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(text.size()));
-    reportPeak(state, before);
+    const double jaro =
+        (double(m) / double(la) + double(m) / double(lb) + double(m - t / 2) / double(m)) / 3.0;
+    if (jaro <= 0.7) return jaro;
+    const size_t limit = std::min({la, size_t(4), lb});
+    size_t l = 0;
+    while (l < limit && a[l] == b[l]) ++l;
+    return jaro + double(l) * 0.1 * (1 - jaro);
 }
-BENCHMARK(BM_ReplaceLineEndings64MiB)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
-// Baseline: allocating and writing 64 MiB of fresh memory, which any new result must pay for.
-void BM_FreshBuffer64MiB(benchmark::State& state) {
-    for (auto _ : state) {
-        std::string out(size_t(64) << 20, 'x');
-        benchmark::DoNotOptimize(out.data());
+std::string utf8Of(const Points32& p) {
+    std::u16string units;
+    for (uint32_t cp : p) {
+        if (cp < 0x10000) {
+            units += char16_t(cp);
+        } else {
+            units += char16_t(0xD800 + ((cp - 0x10000) >> 10));
+            units += char16_t(0xDC00 + ((cp - 0x10000) & 0x3FF));
+        }
     }
-    state.SetBytesProcessed(int64_t(state.iterations()) * (int64_t(64) << 20));
+    return toUTF8(units);
 }
-BENCHMARK(BM_FreshBuffer64MiB)->Unit(benchmark::kMillisecond);
+
+void addDistance(const std::string& layer, const std::string& what, const std::string& anchor,
+                 size_t count,
+                 std::function<void(benchmark::State&, const Points32&, const Points32&)> body) {
+    const std::string name =
+        layer + ":" + what + "/multilingual-edits/" + std::to_string(count) + "cp";
+    auto* b = benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& st) {
+        const auto [a, b] = distanceOperands(count);
+        const size_t base = heap::resetPeak();
+        body(st, a, b);
+        if (layer != "host") st.counters["peak_heap_bytes"] = double(heap::peakSince(base));
+        if (!anchor.empty()) st.SetLabel(anchor);
+    });
+    b->Unit(benchmark::kMillisecond)->MinTime(count >= 10000 ? 0.3 : 0.1);
+}
+
+const int registered = [] {
+    for (size_t count : {256, 2000, 10000, 20000}) {
+        addDistance("host", "LevenshteinDistanceKXT", "full-matrix", count,
+                    [](auto& st, const Points32& a, const Points32& b) {
+                        hostLoop(st, "LevenshteinDistanceKXT", {text(utf8Of(a)), text(utf8Of(b))},
+                                 (a.size() + b.size()) * 4, false);
+                    });
+        addDistance("plain", "kxt::osaDistance", "full-matrix", count,
+                    [](auto& st, const Points32& a, const Points32& b) {
+                        loop(st, (a.size() + b.size()) * 4, [&] { return kxt::osaDistance(a, b); });
+                    });
+        if (count <= 10000) {
+            addDistance("anchor", "full-matrix", "", count,
+                        [](auto& st, const Points32& a, const Points32& b) {
+                            // The anchor is only worth comparing with when results agree.
+                            if (matrixDistance(a, b) != kxt::osaDistance(a, b)) {
+                                return st.SkipWithError("osaDistance differs from the table");
+                            }
+                            loop(st, (a.size() + b.size()) * 4,
+                                 [&] { return matrixDistance(a, b); });
+                        });
+        }
+        addDistance("host", "JaroWinklerDistanceKXT", "straight-jaro-winkler", count,
+                    [](auto& st, const Points32& a, const Points32& b) {
+                        hostLoop(st, "JaroWinklerDistanceKXT", {text(utf8Of(a)), text(utf8Of(b))},
+                                 (a.size() + b.size()) * 4, false);
+                    });
+        addDistance("plain", "kxt::proximityToString", "straight-jaro-winkler", count,
+                    [](auto& st, const Points32& a, const Points32& b) {
+                        loop(st, (a.size() + b.size()) * 4,
+                             [&] { return kxt::proximityToString(a, b); });
+                    });
+        addDistance("anchor", "straight-jaro-winkler", "", count,
+                    [](auto& st, const Points32& a, const Points32& b) {
+                        if (straightJaroWinkler(a, b) != kxt::proximityToString(a, b)) {
+                            return st.SkipWithError("proximityToString differs");
+                        }
+                        loop(st, (a.size() + b.size()) * 4,
+                             [&] { return straightJaroWinkler(a, b); });
+                    });
+    }
+    return 0;
+}();
 
 }  // namespace
 

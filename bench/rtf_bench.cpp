@@ -1,18 +1,19 @@
-// The RTF reader and writer on large documents: time per byte must not grow with the size.
-#include <benchmark/benchmark.h>
-
+// The StyledText property RTFDataKXT: reading it (the RTF generator) and assigning it (the RTF
+// parser), end to end through the host's StyledText, StyleRun and Paragraph objects, and the
+// plain generator and parser beneath. Time per byte must not grow with the size. Run:
+// build/bench/rtf_bench (configure with -DKXT_BENCH=ON).
 #include <random>
-#include <string>
-#include <vector>
 
+#include "Bench.h"
 #include "RTFRead.h"
 #include "RTFWrite.h"
 
-namespace {
-
+using namespace bench;
 using namespace kxt::rtf;
 
-// Counts what the reader hands on without keeping it, so only the reader is measured.
+namespace {
+
+// Counts what the parser hands on without keeping it, so only the parser is measured.
 class CountingSink : public ParseSink {
   public:
     bool hasRun() const override { return run_; }
@@ -35,96 +36,115 @@ class CountingSink : public ParseSink {
     bool run_ = false;
 };
 
-// A document of the given size in the shape a word processor writes: tables, paragraphs with
-// formatting changes, escapes and nested groups.
-std::string MakeDocument(size_t size) {
-    std::string rtf =
-        "{\\rtf1\\ansi\\ansicpg1252{\\fonttbl{\\f0\\fnil Arial;}{\\f1\\froman Times;}}"
-        "{\\colortbl;\\red255\\green0\\blue0;}\\uc0 ";
-    const char* pieces[] = {"Lorem ipsum dolor sit amet, ",
-                            "{\\b bold} ",
-                            "\\i italic\\i0  ",
-                            "caf\\'e9 ",
-                            "\\u20013 ",
-                            "\\par\r\n",
-                            "{\\*\\bkmkstart x}",
-                            "\\f1\\cf1\\fs28 red ",
-                            "\\qc centred\\par ",
-                            "{\\{braces\\}} "};
-    std::mt19937 rng(1);
-    while (rtf.size() < size) rtf += pieces[rng() % std::size(pieces)];
-    rtf += "}";
-    return rtf;
+const char* const kFonts[] = {"Arial", "Times New Roman", "Caf\xC3\xA9 Sans"};
+
+// Runs of 20 to 200 bytes of multilingual text (cut at characters) with changing styles.
+std::vector<xhost::RunSpec> runSpecs(size_t size) {
+    Bytes text = corpus(Corpus::Multilingual, size);
+    std::mt19937 rng(7);
+    std::vector<xhost::RunSpec> runs;
+    for (size_t pos = 0; pos < text->size();) {
+        size_t end = std::min(text->size(), pos + 20 + rng() % 180);
+        while (end < text->size() && (uint8_t((*text)[end]) & 0xC0) == 0x80) ++end;
+        xhost::RunSpec r;
+        r.text = text->substr(pos, end - pos);
+        r.font = kFonts[rng() % 3];
+        r.size = 10 + int64_t(rng() % 3) * 2;
+        r.bold = rng() % 4 == 0;
+        r.italic = rng() % 6 == 0;
+        r.color = rng() % 5 == 0 ? 0xC00000 : 0;
+        runs.push_back(std::move(r));
+        pos = end;
+    }
+    return runs;
 }
 
-void BM_ReadRTF(benchmark::State& state) {
-    std::string rtf = MakeDocument(size_t(state.range(0)));
-    for (auto _ : state) {
-        CountingSink sink;
-        ParseRTF(rtf, sink);
-        benchmark::DoNotOptimize(sink.runs);
-    }
-    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(rtf.size()));
+void generator() {
+    add("host", "RTFDataKXT(get)", "styled-multilingual", "", kSizes, [](auto& st, size_t n) {
+        xhost::Value styled = host().newStyledText(runSpecs(n));
+        {
+            xhost::CallResult r = host().getRTF(styled);
+            if (r.exception || r.value.isNil()) return st.SkipWithError("no RTF came back");
+        }
+        for ([[maybe_unused]] auto _ : st) {
+            xhost::CallResult r = host().getRTF(styled);
+            benchmark::DoNotOptimize(r);
+        }
+        account(st, n);
+    });
+    add("plain", "kxt::rtf::GenerateRTF", "styled-multilingual", "", kSizes,
+        [](auto& st, size_t n) {
+            const auto specs = runSpecs(n);
+            std::vector<std::u16string> texts;
+            texts.reserve(specs.size());
+            std::vector<GeneratorRun> runs;
+            std::mt19937 rng(8);
+            for (const auto& s : specs) {
+                texts.push_back(toUTF16(s.text));
+                GeneratorRun r;
+                r.text = asUnits(texts.back());
+                r.font = s.font;
+                r.color = s.color;
+                r.size = s.size;
+                r.bold = s.bold;
+                r.italic = s.italic;
+                r.alignment = rng() % 3;
+                runs.push_back(r);
+            }
+            loop(st, n, [&] { return GenerateRTF(runs).size(); });
+        });
 }
-BENCHMARK(BM_ReadRTF)->Arg(1 << 20)->Arg(64 << 20)->Unit(benchmark::kMillisecond);
 
-void BM_ReadDeepNesting(benchmark::State& state) {
-    std::string rtf = "{\\rtf1 " + std::string(size_t(state.range(0)), '{') + "x" +
-                      std::string(size_t(state.range(0)), '}') + "}";
-    for (auto _ : state) {
-        CountingSink sink;
-        ParseRTF(rtf, sink);
-        benchmark::DoNotOptimize(sink.runs);
-    }
-    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(rtf.size()));
+void parser() {
+    add("host", "RTFDataKXT(set)", "rtf", "", kSizes, [](auto& st, size_t n) {
+        Bytes in = corpus(Corpus::RTF, n);
+        xhost::Value styled = host().newObject("StyledText");
+        const xhost::Value rtf = text(*in);
+        for ([[maybe_unused]] auto _ : st) {
+            xhost::CallResult r = host().setRTF(styled, rtf);
+            benchmark::DoNotOptimize(r);
+        }
+        account(st, n);
+    });
+    add("plain", "kxt::rtf::ParseRTF", "rtf", "", kSizes, [](auto& st, size_t n) {
+        Bytes in = corpus(Corpus::RTF, n);
+        loop(st, n, [&] {
+            CountingSink sink;
+            ParseRTF(*in, sink);
+            return sink.runs;
+        });
+    });
+    // Deep nesting: the group stack must stay linear, plain and with formatting in every group.
+    add("plain", "kxt::rtf::ParseRTF", "nested-groups", "", {MiB, 16 * MiB},
+        [](auto& st, size_t n) {
+            const size_t depth = (n - 9) / 2;
+            const std::string rtf =
+                "{\\rtf1 " + std::string(depth, '{') + "x" + std::string(depth, '}') + "}";
+            loop(st, rtf.size(), [&] {
+                CountingSink sink;
+                ParseRTF(rtf, sink);
+                return sink.runs;
+            });
+        });
+    add("plain", "kxt::rtf::ParseRTF", "nested-bold-groups", "", {MiB, 16 * MiB},
+        [](auto& st, size_t n) {
+            const size_t depth = (n - 9) / 5;
+            std::string rtf = "{\\rtf1 ";
+            for (size_t i = 0; i < depth; ++i) rtf += "{\\b ";
+            rtf += "x" + std::string(depth, '}') + "}";
+            loop(st, rtf.size(), [&] {
+                CountingSink sink;
+                ParseRTF(rtf, sink);
+                return sink.runs;
+            });
+        });
 }
-BENCHMARK(BM_ReadDeepNesting)->Arg(1 << 16)->Arg(1 << 22)->Unit(benchmark::kMillisecond);
 
-void BM_ReadDeepFormattedNesting(benchmark::State& state) {
-    std::string rtf = "{\\rtf1 ";
-    for (int64_t i = 0; i < state.range(0); ++i) rtf += "{\\b ";
-    rtf += "x" + std::string(size_t(state.range(0)), '}') + "}";
-    for (auto _ : state) {
-        CountingSink sink;
-        ParseRTF(rtf, sink);
-        benchmark::DoNotOptimize(sink.runs);
-    }
-    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(rtf.size()));
-}
-BENCHMARK(BM_ReadDeepFormattedNesting)->Arg(1 << 16)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
-
-// Text of the given number of UTF-16 units in runs of about 40 units with changing styles.
-void BM_WriteRTF(benchmark::State& state) {
-    const size_t units = size_t(state.range(0));
-    std::vector<uint16_t> text(units);
-    std::mt19937 rng(2);
-    for (auto& u : text) {
-        uint32_t r = rng() % 100;
-        u = r < 80   ? uint16_t('a' + r % 26)
-            : r < 90 ? u' '
-            : r < 95 ? 0xE9
-            : r < 98 ? 0x4E2D
-                     : '\r';
-    }
-    const char* fonts[] = {"Arial", "Times", "Caf\xC3\xA9"};
-    std::vector<GeneratorRun> runs;
-    for (size_t pos = 0; pos < units; pos += 40) {
-        GeneratorRun r;
-        r.text = std::span<const uint16_t>(text).subspan(pos, std::min<size_t>(40, units - pos));
-        r.font = fonts[rng() % 3];
-        r.color = rng() % 4 == 0 ? 0xFF0000 : 0;
-        r.size = 10 + rng() % 3;
-        r.bold = rng() & 1;
-        r.alignment = rng() % 3;
-        runs.push_back(r);
-    }
-    for (auto _ : state) {
-        std::string rtf = GenerateRTF(runs);
-        benchmark::DoNotOptimize(rtf.data());
-    }
-    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(units * 2));
-}
-BENCHMARK(BM_WriteRTF)->Arg(1 << 19)->Arg(32 << 20)->Unit(benchmark::kMillisecond);
+const int registered = [] {
+    generator();
+    parser();
+    return 0;
+}();
 
 }  // namespace
 

@@ -1,83 +1,129 @@
-// Composition, decomposition and accent removal over 1 MiB and 16 MiB of UTF-16 text: accented
-// Latin, polytonic Greek and Hangul. Decomposition reads precomposed text, composition reads
-// its decomposition (the work each is for).
-#include <benchmark/benchmark.h>
+// Composition, decomposition and accent removal, end to end through the host and as the plain
+// UTF-16 functions, against ICU's NFC and NFD on the same text. Decomposition reads
+// precomposed text, composition reads its decomposition (the work each is for) and also
+// precomposed text (the common case of nothing to do). Run: build/bench/unicode_bench
+// (configure with -DKXT_BENCH=ON).
+#include <unicode/bytestream.h>
+#include <unicode/normalizer2.h>
+#include <unicode/unorm2.h>
 
-#include <string_view>
-#include <vector>
-
+#include "Bench.h"
 #include "MainStringCompose.h"
 #include "RemoveAccents.h"
 
+using namespace bench;
+
 namespace {
 
-using Units = std::vector<uint16_t>;
+const icu::Normalizer2* normalizer(bool compose) {
+    UErrorCode err = U_ZERO_ERROR;
+    const icu::Normalizer2* n =
+        compose ? icu::Normalizer2::getNFCInstance(err) : icu::Normalizer2::getNFDInstance(err);
+    return U_SUCCESS(err) ? n : nullptr;
+}
 
-const std::u16string_view kSamples[] = {
-    u"Cr\u00E8me br\u00FBl\u00E9e, fa\u00E7ade, na\u00EFve r\u00E9sum\u00E9, \u00C5ngstr\u00F6m, "
-    u"Dvo\u0159\u00E1k, \u0141\u00F3d\u017A, Ti\u1EBFng Vi\u1EC7t c\u00F3 d\u1EA5u. ",
-    u"\u1F48\u03B4\u03C5\u03C3\u03C3\u03B5\u03CD\u03C2 \u1F04\u03BD\u03B4\u03C1\u03B1 \u03BC\u03BF"
-    u"\u03B9 \u1F14\u03BD\u03BD\u03B5\u03C0\u03B5, \u03BC\u03BF\u1FE6\u03C3\u03B1, \u03C0\u03BF"
-    u"\u03BB\u03CD\u03C4\u03C1\u03BF\u03C0\u03BF\u03BD, \u1F43\u03C2 \u03BC\u03AC\u03BB\u03B1 "
-    u"\u03C0\u03BF\u03BB\u03BB\u1F70 \u03C0\u03BB\u03AC\u03B3\u03C7\u03B8\u03B7\u0387 ",
-    u"\uD55C\uAD6D\uC5B4 \uD14D\uC2A4\uD2B8\uB294 \uC74C\uC808 \uB2E8\uC704\uB85C \uC870\uD569"
-    u"\uB429\uB2C8\uB2E4. \uC548\uB155\uD558\uC138\uC694 \uC138\uACC4. ",
-};
-const char* kSampleNames[] = {"latin", "greek", "hangul"};
+// ICU at its best: output buffers are made and mapped once, outside the timing.
 
-Units precomposed(size_t sample, size_t bytes) {
-    Units text;
-    text.reserve(bytes / 2);
-    while (text.size() < bytes / 2) {
-        for (char16_t c : kSamples[sample]) {
-            if (text.size() == bytes / 2) break;
-            text.push_back(c);
+// From UTF-8 to UTF-8: the work of an end-to-end call.
+void icuUTF8(benchmark::State& st, bool compose, const std::string& in) {
+    const icu::Normalizer2* n = normalizer(compose);
+    if (n == nullptr) return st.SkipWithError("ICU has no normaliser");
+    std::string out(in.size() * 3, '\0');
+    loop(st, in.size(), [&] {
+        out.clear();  // keeps the capacity
+        icu::StringByteSink<std::string> sink(&out);
+        UErrorCode err = U_ZERO_ERROR;
+        n->normalizeUTF8(0, icu::StringPiece(in.data(), int32_t(in.size())), sink, nullptr, err);
+        return out.size();
+    });
+}
+
+// From UTF-16 to UTF-16: the work of the plain function.
+void icuUTF16(benchmark::State& st, bool compose, const std::u16string& in, size_t bytes) {
+    UErrorCode err = U_ZERO_ERROR;
+    const UNormalizer2* n = compose ? unorm2_getNFCInstance(&err) : unorm2_getNFDInstance(&err);
+    if (U_FAILURE(err)) return st.SkipWithError("ICU has no normaliser");
+    const int32_t capacity = int32_t(in.size() * (compose ? 1 : 3) + 16);
+    std::u16string out(size_t(capacity), u'\0');
+    loop(st, bytes, [&] {
+        UErrorCode e = U_ZERO_ERROR;
+        return unorm2_normalize(n, in.data(), int32_t(in.size()),
+                                reinterpret_cast<UChar*>(out.data()), capacity, &e);
+    });
+}
+
+void normalisation() {
+    // (method, plain function, input kind, compose?, decomposed input?)
+    struct Case {
+        const char* method;
+        const char* plain;
+        bool compose;
+        bool decomposedInput;
+    };
+    const Case cases[] = {
+        {"ConvertUnicodeToCharacterCompositionKXT", "kxt::composeUTF16", true, true},
+        {"ConvertUnicodeToCharacterCompositionKXT", "kxt::composeUTF16", true, false},
+        {"ConvertUnicodeToCharacterDecompositionKXT", "kxt::decomposeUTF16", false, false},
+    };
+    for (Corpus c : {Corpus::Multilingual, Corpus::Western}) {
+        for (const Case& k : cases) {
+            const std::string input = corpusName(c) + std::string(k.decomposedInput ? "-nfd" : "");
+            const std::string form = k.compose ? "nfc" : "nfd";
+            auto utf8In = [c, k](size_t n) {
+                return k.decomposedInput ? decomposedUTF8(c, n) : corpus(c, n);
+            };
+            auto utf16In = [c, k](size_t n) {
+                return k.decomposedInput ? decomposedUTF16(c, n) : utf16(c, n);
+            };
+            add("host", k.method, input, "icu-" + form + "-utf8", kSizes, [=](auto& st, size_t n) {
+                Bytes in = utf8In(n);
+                hostLoop(st, k.method, {text(*in)}, in->size());
+            });
+            add("plain", k.plain, input, "icu-" + form + "-utf16", kSizes, [=](auto& st, size_t n) {
+                Units in = utf16In(n);
+                // Bytes of the UTF-8 text, so plain and host figures compare.
+                const size_t bytes = utf8In(n)->size();
+                loop(st, bytes, [&] {
+                    return k.compose ? kxt::composeUTF16(asUnits(*in)).size()
+                                     : kxt::decomposeUTF16(asUnits(*in)).size();
+                });
+            });
+            add("anchor", "icu-" + form + "-utf8", input, "", kSizes, [=](auto& st, size_t n) {
+                Bytes in = utf8In(n);
+                icuUTF8(st, k.compose, *in);
+            });
+            add("anchor", "icu-" + form + "-utf16", input, "", kSizes, [=](auto& st, size_t n) {
+                Units in = utf16In(n);
+                icuUTF16(st, k.compose, *in, utf8In(n)->size());
+            });
         }
     }
-    return text;
 }
 
-void Decompose(benchmark::State& state) {
-    const Units text = precomposed(size_t(state.range(0)), size_t(state.range(1)));
-    for (auto _ : state) benchmark::DoNotOptimize(kxt::decomposeUTF16(text));
-    state.SetBytesProcessed(int64_t(state.iterations()) * state.range(1));
-    state.SetLabel(kSampleNames[state.range(0)]);
-}
-
-void Compose(benchmark::State& state) {
-    const Units text =
-        kxt::decomposeUTF16(precomposed(size_t(state.range(0)), size_t(state.range(1))));
-    for (auto _ : state) benchmark::DoNotOptimize(kxt::composeUTF16(text));
-    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(text.size() * 2));
-    state.SetLabel(kSampleNames[state.range(0)]);
-}
-
-void ComposePrecomposed(benchmark::State& state) {
-    const Units text = precomposed(size_t(state.range(0)), size_t(state.range(1)));
-    for (auto _ : state) benchmark::DoNotOptimize(kxt::composeUTF16(text));
-    state.SetBytesProcessed(int64_t(state.iterations()) * state.range(1));
-    state.SetLabel(kSampleNames[state.range(0)]);
-}
-
-void RemoveAccents(benchmark::State& state) {
-    InitTable();
-    const Units text = precomposed(size_t(state.range(0)), size_t(state.range(1)));
-    for (auto _ : state) benchmark::DoNotOptimize(kxt::removeAccentsUTF16(text, false));
-    state.SetBytesProcessed(int64_t(state.iterations()) * state.range(1));
-    state.SetLabel(kSampleNames[state.range(0)]);
-}
-
-void Sizes(benchmark::internal::Benchmark* b) {
-    b->ArgNames({"text", "bytes"});
-    for (int64_t sample = 0; sample < 3; ++sample) {
-        for (int64_t bytes : {int64_t(1) << 20, int64_t(16) << 20}) b->Args({sample, bytes});
+void accents() {
+    for (Corpus c : {Corpus::Multilingual, Corpus::Western}) {
+        for (bool ignoreCase : {false, true}) {
+            const std::string what =
+                ignoreCase ? "RemoveAccentsKXT(IgnoreCase)" : "RemoveAccentsKXT";
+            add("host", what, corpusName(c), "", kSizes, [=](auto& st, size_t n) {
+                Bytes in = corpus(c, n);
+                hostLoop(st, "RemoveAccentsKXT", {text(*in), boolean(ignoreCase)}, n);
+            });
+        }
+        add("plain", "kxt::removeAccentsUTF16", corpusName(c), "", kSizes, [=](auto& st, size_t n) {
+            InitTable();  // the plugin builds it at start; this copy of the code needs it too
+            Units in = utf16(c, n);
+            loop(st, n, [&] { return kxt::removeAccentsUTF16(asUnits(*in), false).size(); });
+        });
     }
-    b->Unit(benchmark::kMillisecond);
 }
 
-BENCHMARK(Decompose)->Apply(Sizes);
-BENCHMARK(Compose)->Apply(Sizes);
-BENCHMARK(ComposePrecomposed)->Apply(Sizes);
-BENCHMARK(RemoveAccents)->Apply(Sizes);
+const int registered = [] {
+    normalisation();
+    accents();
+    return 0;
+}();
 
 }  // namespace
+
+BENCHMARK_MAIN();

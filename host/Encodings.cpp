@@ -1,6 +1,8 @@
 #include "Encodings.h"
 
+#include <emmintrin.h>
 #include <iconv.h>
+#include <sys/mman.h>
 
 #include <cctype>
 #include <cerrno>
@@ -460,8 +462,241 @@ std::string encode(std::u32string_view text, uint32_t encoding) {
     return out;
 }
 
+namespace {
+
+// Direct conversions between the Unicode forms the plugin asks for most (UTF-8 text read as
+// UTF-16 or UTF-32, and UTF-16 or UTF-32 results made UTF-8), without the code point string in
+// between. They accept and refuse exactly what decode does, and give what encode gives.
+
+constexpr size_t kHugePage = size_t(2) << 20;
+
+// A string of exactly n bytes for the result (sized by a counting pass, so nothing beyond it is
+// touched), on transparent huge pages when large (see allocateBlock).
+std::string resultBuffer(size_t n) {
+    std::string out;
+    out.reserve(n);
+    if (n >= 2 * kHugePage) {
+        const uintptr_t p = reinterpret_cast<uintptr_t>(out.data());
+        const uintptr_t begin = (p + kHugePage - 1) & ~(kHugePage - 1);
+        const uintptr_t end = (p + n) & ~(kHugePage - 1);
+        if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+    }
+    out.resize(n);
+    return out;
+}
+
+// Calls unit(code point) for each character of strict UTF-8; false on malformed input. ASCII is
+// passed on sixteen bytes at a time through ascii16(bytes).
+template <typename Unit, typename Ascii16>
+bool walkUTF8(std::string_view b, Unit unit, Ascii16 ascii16) {
+    const auto* p = reinterpret_cast<const unsigned char*>(b.data());
+    const size_t n = b.size();
+    size_t i = 0;
+    while (i < n) {
+        if (i + 16 <= n) {
+            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+            if (_mm_movemask_epi8(x) == 0) {
+                ascii16(x);
+                i += 16;
+                continue;
+            }
+        }
+        const unsigned char c0 = p[i];
+        if (c0 < 0x80) {
+            unit(c0);
+            ++i;
+            continue;
+        }
+        int extra;
+        char32_t c, min;
+        if (c0 >= 0xC2 && c0 <= 0xDF) {
+            extra = 1, c = c0 & 0x1F, min = 0x80;
+        } else if (c0 >= 0xE0 && c0 <= 0xEF) {
+            extra = 2, c = c0 & 0x0F, min = 0x800;
+        } else if (c0 >= 0xF0 && c0 <= 0xF4) {
+            extra = 3, c = c0 & 0x07, min = 0x10000;
+        } else {
+            return false;
+        }
+        if (i + extra >= n) return false;
+        for (int k = 1; k <= extra; ++k) {
+            const unsigned char cc = p[i + k];
+            if ((cc & 0xC0) != 0x80) return false;
+            c = c << 6 | (cc & 0x3F);
+        }
+        if (c < min || c > 0x10FFFF || isSurrogate(c)) return false;
+        unit(c);
+        i += size_t(extra) + 1;
+    }
+    return true;
+}
+
+// Units a UTF-8 text needs in UTF-16: one per lead byte, two for four-byte leads. Malformed
+// text needs no more than this before the walk stops, so it bounds the writes too.
+size_t utf16UnitsOf(std::string_view b) {
+    size_t units = 0;
+    for (const char ch : b) {
+        const auto c = static_cast<unsigned char>(ch);
+        units += ((c & 0xC0) != 0x80) + (c >= 0xF0);
+    }
+    return units;
+}
+
+std::optional<std::string> utf8ToUTF16LE(std::string_view b) {
+    std::string out = resultBuffer(utf16UnitsOf(b) * 2);
+    auto* w = reinterpret_cast<unsigned char*>(out.data());
+    auto put = [&](char32_t u) {
+        *w++ = static_cast<unsigned char>(u & 0xFF);
+        *w++ = static_cast<unsigned char>(u >> 8);
+    };
+    const bool ok = walkUTF8(
+        b,
+        [&](char32_t c) {
+            if (c >= 0x10000) {
+                put(0xD800 + ((c - 0x10000) >> 10));
+                put(0xDC00 + ((c - 0x10000) & 0x3FF));
+            } else {
+                put(c);
+            }
+        },
+        [&](__m128i x) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(w),
+                             _mm_unpacklo_epi8(x, _mm_setzero_si128()));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(w + 16),
+                             _mm_unpackhi_epi8(x, _mm_setzero_si128()));
+            w += 32;
+        });
+    if (!ok) return std::nullopt;
+    out.resize(size_t(w - reinterpret_cast<unsigned char*>(out.data())));
+    return out;
+}
+
+std::optional<std::string> utf8ToUTF32LE(std::string_view b) {
+    size_t points = 0;  // one per lead byte
+    for (const char ch : b) points += (static_cast<unsigned char>(ch) & 0xC0) != 0x80;
+    std::string out = resultBuffer(points * 4);
+    auto* w = reinterpret_cast<unsigned char*>(out.data());
+    auto put = [&](char32_t c) {
+        w[0] = static_cast<unsigned char>(c & 0xFF);
+        w[1] = static_cast<unsigned char>((c >> 8) & 0xFF);
+        w[2] = static_cast<unsigned char>((c >> 16) & 0xFF);
+        w[3] = 0;
+        w += 4;
+    };
+    const bool ok = walkUTF8(b, put, [&](__m128i x) {
+        const __m128i zero = _mm_setzero_si128();
+        const __m128i lo = _mm_unpacklo_epi8(x, zero), hi = _mm_unpackhi_epi8(x, zero);
+        const __m128i parts[4] = {_mm_unpacklo_epi16(lo, zero), _mm_unpackhi_epi16(lo, zero),
+                                  _mm_unpacklo_epi16(hi, zero), _mm_unpackhi_epi16(hi, zero)};
+        for (const __m128i& part : parts) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(w), part);
+            w += 16;
+        }
+    });
+    if (!ok) return std::nullopt;
+    out.resize(size_t(w - reinterpret_cast<unsigned char*>(out.data())));
+    return out;
+}
+
+// UTF-8 of code point c (valid: no surrogate, at most U+10FFFF) at w; returns the end.
+unsigned char* putUTF8(unsigned char* w, char32_t c) {
+    if (c < 0x80) {
+        *w++ = static_cast<unsigned char>(c);
+    } else if (c < 0x800) {
+        *w++ = static_cast<unsigned char>(0xC0 | (c >> 6));
+        *w++ = static_cast<unsigned char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+        *w++ = static_cast<unsigned char>(0xE0 | (c >> 12));
+        *w++ = static_cast<unsigned char>(0x80 | ((c >> 6) & 0x3F));
+        *w++ = static_cast<unsigned char>(0x80 | (c & 0x3F));
+    } else {
+        *w++ = static_cast<unsigned char>(0xF0 | (c >> 18));
+        *w++ = static_cast<unsigned char>(0x80 | ((c >> 12) & 0x3F));
+        *w++ = static_cast<unsigned char>(0x80 | ((c >> 6) & 0x3F));
+        *w++ = static_cast<unsigned char>(0x80 | (c & 0x3F));
+    }
+    return w;
+}
+
+std::optional<std::string> utf16LEToUTF8(std::string_view b) {
+    if (b.size() % 2 != 0) return std::nullopt;
+    const auto* p = reinterpret_cast<const unsigned char*>(b.data());
+    const size_t units = b.size() / 2;
+    // Bytes per unit: 1, 2 or 3, and 2 for each half of a surrogate pair (4 for the pair).
+    size_t bytes = 0;
+    for (size_t i = 0; i < units; ++i) {
+        const unsigned u = p[2 * i] | unsigned(p[2 * i + 1]) << 8;
+        bytes += u < 0x80 ? 1 : u < 0x800 || (u >= 0xD800 && u <= 0xDFFF) ? 2 : 3;
+    }
+    std::string out = resultBuffer(bytes);
+    auto* w = reinterpret_cast<unsigned char*>(out.data());
+    size_t i = 0;
+    while (i < units) {
+        // Eight ASCII units at a time.
+        if (i + 8 <= units) {
+            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 2 * i));
+            const __m128i high = _mm_and_si128(x, _mm_set1_epi16(short(0xFF80)));
+            if (_mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())) == 0xFFFF) {
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(w), _mm_packus_epi16(x, x));
+                w += 8;
+                i += 8;
+                continue;
+            }
+        }
+        const char32_t u = char32_t(p[2 * i] | p[2 * i + 1] << 8);
+        if (u >= 0xD800 && u <= 0xDBFF) {
+            if (i + 1 >= units) return std::nullopt;
+            const char32_t low = char32_t(p[2 * i + 2] | p[2 * i + 3] << 8);
+            if (low < 0xDC00 || low > 0xDFFF) return std::nullopt;
+            w = putUTF8(w, 0x10000 + ((u - 0xD800) << 10) + (low - 0xDC00));
+            i += 2;
+        } else if (isSurrogate(u)) {
+            return std::nullopt;
+        } else {
+            w = putUTF8(w, u);
+            ++i;
+        }
+    }
+    out.resize(size_t(w - reinterpret_cast<unsigned char*>(out.data())));
+    return out;
+}
+
+std::optional<std::string> utf32LEToUTF8(std::string_view b) {
+    if (b.size() % 4 != 0) return std::nullopt;
+    const auto* p = reinterpret_cast<const unsigned char*>(b.data());
+    size_t bytes = 0;  // invalid code points stop the conversion before they are written
+    for (size_t i = 0; i < b.size(); i += 4) {
+        const uint32_t c = uint32_t(p[i]) | uint32_t(p[i + 1]) << 8 | uint32_t(p[i + 2]) << 16 |
+                           uint32_t(p[i + 3]) << 24;
+        bytes += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+    }
+    std::string out = resultBuffer(bytes);
+    auto* w = reinterpret_cast<unsigned char*>(out.data());
+    for (size_t i = 0; i < b.size(); i += 4) {
+        const char32_t c = char32_t(p[i]) | char32_t(p[i + 1]) << 8 | char32_t(p[i + 2]) << 16 |
+                           char32_t(p[i + 3]) << 24;
+        if (c > 0x10FFFF || isSurrogate(c)) return std::nullopt;
+        w = putUTF8(w, c);
+    }
+    out.resize(size_t(w - reinterpret_cast<unsigned char*>(out.data())));
+    return out;
+}
+
+bool isUTF16LE(uint32_t e) {
+    return e == kREALTextEncodingUTF16 || e == kREALTextEncodingUTF16LE;
+}
+bool isUTF32LE(uint32_t e) {
+    return e == kREALTextEncodingUTF32 || e == kREALTextEncodingUTF32LE;
+}
+
+}  // namespace
+
 std::optional<std::string> convert(std::string_view bytes, uint32_t from, uint32_t to) {
     if (from == to || from == kREALTextEncodingUnknown) return std::string(bytes);
+    if (from == kREALTextEncodingUTF8 && isUTF16LE(to)) return utf8ToUTF16LE(bytes);
+    if (from == kREALTextEncodingUTF8 && isUTF32LE(to)) return utf8ToUTF32LE(bytes);
+    if (isUTF16LE(from) && to == kREALTextEncodingUTF8) return utf16LEToUTF8(bytes);
+    if (isUTF32LE(from) && to == kREALTextEncodingUTF8) return utf32LEToUTF8(bytes);
     const Entry* source = find(from);
     if (source == nullptr) return std::nullopt;
     if (to == kREALTextEncodingUnknown) {

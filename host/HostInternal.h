@@ -92,6 +92,15 @@ struct HostAccess {
 // The current host's state, or null when no host is alive.
 Host::State* currentState();
 
+// Memory for string blocks and MemoryBlock contents, released with freeBlock. Large blocks are
+// aligned and asked for transparent huge pages: the first touch of a big result then maps 2 MiB
+// at a time instead of 4 KiB, which would otherwise dominate every call that makes a new
+// multi-megabyte string. Null when out of memory.
+void* allocateBlock(size_t bytes, bool zeroed);
+// Releases a block from allocateBlock (large ones may be kept for reuse), and the kept ones.
+void freeBlock(void* block);
+void releaseKeptBlocks();
+
 // Strings.
 REALstring newString(Host::State& st, const char* data, size_t length, uint32_t encoding);
 StringHeader* liveString(Host::State& st, REALstring s);  // null (and a misuse) if not live

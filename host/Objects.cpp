@@ -214,9 +214,9 @@ void memoryBlockConstructor(REALobject self, RBInteger bytes) {
     Host* host = Host::current();
     if (st == nullptr || mb == nullptr || mb->kind != ObjectKind::MemoryBlock) return;
     if (host->options().failMemoryBlocks || bytes <= 0) return;
-    void* data = std::calloc(static_cast<size_t>(bytes), 1);
+    void* data = allocateBlock(static_cast<size_t>(bytes), true);
     if (data == nullptr) return;  // allocation failed: the block stays empty
-    std::free(mb->data);
+    freeBlock(mb->data);
     mb->data = static_cast<char*>(data);
     mb->size = bytes;
 }
@@ -260,7 +260,7 @@ void releaseContents(Host::State& st, Object* o) {
         removeOwner(run, o);
         unlockObject(st, run);
     }
-    std::free(o->data);
+    freeBlock(o->data);
     o->data = nullptr;
     o->size = 0;
 }
@@ -339,11 +339,12 @@ void raise(Host::State& st, std::string_view className, std::string_view message
 void freeEverything(Host::State& st) {
     for (const Object* o : st.objects) delete o;
     st.objects.clear();
-    for (const void* s : st.strings) std::free(const_cast<void*>(s));
+    for (const void* s : st.strings) freeBlock(const_cast<void*>(s));
     st.strings.clear();
     for (const StringDataRecord* r : st.stringData) delete r;
     st.stringData.clear();
     st.pending = nullptr;
+    releaseKeptBlocks();
 }
 
 std::string styledTextUTF8(Host::State& st, Object* t) {

@@ -1,7 +1,11 @@
 // Host strings: reference-counted blocks with the bytes inline at a fixed offset, and the
 // string services of the resolver.
+#include <sys/mman.h>
+
 #include <cstdlib>
 #include <cstring>
+#include <unordered_map>
+#include <vector>
 
 #include "Encodings.h"
 #include "HostInternal.h"
@@ -18,12 +22,82 @@ StringHeader* headerOf(const void* handle) {
 }
 }  // namespace
 
+namespace {
+
+constexpr size_t kHugePage = size_t(2) << 20;
+constexpr size_t kLargeBlock = 2 * kHugePage;
+
+// Large blocks in use (start -> usable size), and freed ones kept for reuse. A program that
+// makes one big result after another then maps fresh memory once instead of every time, as
+// the allocator already does for blocks below its mapping threshold (32 MiB at most); what is
+// kept is bounded and given back when the host goes.
+std::unordered_map<void*, size_t> gLargeInUse;
+std::vector<std::pair<void*, size_t>> gKept;
+size_t gKeptBytes = 0;
+constexpr size_t kKeepBlocks = 6;
+constexpr size_t kKeepBytes = size_t(768) << 20;
+
+void* takeKept(size_t rounded) {
+    // The smallest kept block that fits without wasting more than the request.
+    size_t best = gKept.size();
+    for (size_t k = 0; k < gKept.size(); ++k) {
+        const size_t size = gKept[k].second;
+        if (size >= rounded && size <= 2 * rounded &&
+            (best == gKept.size() || size < gKept[best].second)) {
+            best = k;
+        }
+    }
+    if (best == gKept.size()) return nullptr;
+    auto [block, size] = gKept[best];
+    gKept.erase(gKept.begin() + long(best));
+    gKeptBytes -= size;
+    gLargeInUse[block] = size;
+    return block;
+}
+
+}  // namespace
+
+void* allocateBlock(size_t bytes, bool zeroed) {
+    if (bytes < kLargeBlock) return zeroed ? std::calloc(bytes, 1) : std::malloc(bytes);
+    const size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
+    void* block = takeKept(rounded);
+    if (block == nullptr) {
+        if (posix_memalign(&block, kHugePage, rounded) != 0) return nullptr;
+        madvise(block, rounded, MADV_HUGEPAGE);  // advice only: failure changes nothing
+        gLargeInUse[block] = rounded;
+    }
+    if (zeroed) std::memset(block, 0, bytes);
+    return block;
+}
+
+void freeBlock(void* block) {
+    auto it = gLargeInUse.find(block);
+    if (it == gLargeInUse.end()) {
+        std::free(block);
+        return;
+    }
+    const size_t size = it->second;
+    gLargeInUse.erase(it);
+    if (gKept.size() < kKeepBlocks && gKeptBytes + size <= kKeepBytes) {
+        gKept.emplace_back(block, size);
+        gKeptBytes += size;
+    } else {
+        std::free(block);
+    }
+}
+
+void releaseKeptBlocks() {
+    for (auto [block, size] : gKept) std::free(block);
+    gKept.clear();
+    gKeptBytes = 0;
+}
+
 void misuse(Host::State& st, std::string message) {
     if (st.misuses.size() < 1000) st.misuses.push_back(std::move(message));
 }
 
 REALstring newString(Host::State& st, const char* data, size_t length, uint32_t encoding) {
-    void* block = std::malloc(kREALStringDataOffset + length + 1);
+    void* block = allocateBlock(kREALStringDataOffset + length + 1, false);
     if (block == nullptr) return nullptr;
     std::memset(block, 0, kREALStringDataOffset);
     StringHeader* h = headerOf(block);
@@ -63,7 +137,7 @@ void unlockString(Host::State& st, REALstring s) {
     if (--h->refs > 0) return;
     h->magic = kDeadMagic;
     st.strings.erase(s);
-    std::free(s);
+    freeBlock(s);
 }
 
 std::string stringAsUTF8(Host::State& st, REALstring s) {

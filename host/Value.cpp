@@ -99,7 +99,7 @@ Value Value::memoryBlock(std::string_view bytes) {
     Host::State& st = requireState();
     Object* mb = newObject(st, "MemoryBlock");
     if (!bytes.empty()) {
-        mb->data = static_cast<char*>(std::malloc(bytes.size()));
+        mb->data = static_cast<char*>(allocateBlock(bytes.size(), false));
         if (mb->data == nullptr) {
             unlockObject(st, mb);
             throw std::bad_alloc();

@@ -185,7 +185,11 @@ class TextGenerator {
         static const uint16_t kMarks[] = {0x0300, 0x0301, 0x0302, 0x0303, 0x0304, 0x0306, 0x0307,
                                           0x0308, 0x0309, 0x030A, 0x030B, 0x030C, 0x031B, 0x0323,
                                           0x0327, 0x0328, 0x0313, 0x0314, 0x0342, 0x0345, 0x0338};
-        switch (pick(0, 7)) {
+        switch (pick(0, 8)) {
+            case 8:  // a run of unaccented text, long enough for the block steps
+                for (int m = pick(5, 24); m > 0; --m)
+                    text.push_back(pick(0, 5) ? unit('a', 'z') : u' ');
+                break;
             case 0:  // Latin letter with marks
                 text.push_back(pick(0, 1) ? unit('A', 'Z') : unit('a', 'z'));
                 for (int m = pick(0, 3); m > 0; --m) text.push_back(kMarks[pick(0, 20)]);
@@ -236,6 +240,26 @@ TEST(Compose, AgreesWithTheLinearScanOnRandomText) {
     for (int n = 0; n < 20000; ++n) {
         const Units text = generator.next();
         ASSERT_EQ(kxt::composeUTF16(text), composeByLinearScan(text)) << "input: " << hex(text);
+    }
+}
+
+// Runs of unchanging units (Latin, CJK, Greek) of every length before and after a pair that
+// composes or a unit that decomposes, so that it falls at every place of the eight-unit steps.
+TEST(Compose, BlockStepsStopAtEveryChange) {
+    const Units fillers = {u'a', 0x4E2D, 0x03B1};
+    const Units pairs[] = {{u'e', 0x0301}, {0x1100, 0x1161}, {0x3046, 0x3099}, {0xAC00}, {0xE9}};
+    for (const uint16_t filler : fillers) {
+        for (const Units& pair : pairs) {
+            for (size_t before = 0; before < 26; ++before) {
+                for (size_t after = 0; after < 10; ++after) {
+                    Units text(before, filler);
+                    text.insert(text.end(), pair.begin(), pair.end());
+                    text.insert(text.end(), after, filler);
+                    ASSERT_EQ(kxt::composeUTF16(text), composeByLinearScan(text)) << hex(text);
+                    ASSERT_EQ(kxt::decomposeUTF16(text), decomposeByLinearScan(text)) << hex(text);
+                }
+            }
+        }
     }
 }
 

@@ -225,6 +225,40 @@ TEST(HostEncodings, UnicodeFormsRoundTrip) {
 }
 
 // The built-in Unicode encoders agree with the system's iconv.
+// The direct conversions between the Unicode forms take the same decisions as going through
+// code points: random text, valid and damaged, short and long, mostly ASCII or mixed, so the
+// sixteen-byte steps meet every kind of neighbour.
+TEST(HostEncodings, DirectUnicodeConversionsAgreeWithCodePoints) {
+    namespace enc = xhost::encodings;
+    const uint32_t kForms[] = {kREALTextEncodingUTF8, kREALTextEncodingUTF16,
+                               kREALTextEncodingUTF16LE, kREALTextEncodingUTF32,
+                               kREALTextEncodingUTF32LE};
+    const char32_t kPoints[] = {U'a',  U'Z',   U' ',   0x7F,   0x80,    0xE9,    0x7FF,
+                                0x800, 0x4E2D, 0xFFFD, 0xFFFF, 0x10000, 0x1F600, 0x10FFFF};
+    std::mt19937 rng(99);
+    for (int round = 0; round < 4000; ++round) {
+        std::u32string text;
+        for (size_t k = 0, n = rng() % (round % 2 ? 40 : 120); k < n; ++k) {
+            text += rng() % (round % 2 ? 3 : 12) ? char32_t('a' + rng() % 26)
+                                                 : kPoints[rng() % std::size(kPoints)];
+        }
+        for (uint32_t from : kForms) {
+            std::string bytes = enc::encode(text, from);
+            if (!bytes.empty() && rng() % 3 == 0) bytes[rng() % bytes.size()] = char(rng());
+            if (!bytes.empty() && rng() % 8 == 0) bytes.pop_back();
+            for (uint32_t to : kForms) {
+                const auto points = enc::decode(bytes, from);
+                const std::optional<std::string> expected =
+                    from == to ? std::optional<std::string>(bytes)
+                    : points   ? std::optional<std::string>(enc::encode(*points, to))
+                               : std::nullopt;
+                ASSERT_EQ(enc::convert(bytes, from, to), expected)
+                    << testing::PrintToString(bytes) << " from " << from << " to " << to;
+            }
+        }
+    }
+}
+
 TEST(HostEncodings, UnicodeEncodersMatchIconv) {
     std::mt19937 rng(99);
     std::uniform_int_distribution<uint32_t> pick(0, 0x10FFFF);

@@ -192,6 +192,31 @@ TEST(FastPathsAgreeWithByteLoops, AdversarialCountingStaysExact) {
         EXPECT_EQ(kxt::countOccurrences(s, find), ref::countOccurrences(s, find)) << len;
     }
     EXPECT_EQ(kxt::countOccurrences(s, std::string(500, 'a') + "b"), 1);
+    // Candidates by first and last byte nearly everywhere: the filter gives up part way and
+    // the count goes on from there.
+    std::string periodic;
+    for (int k = 0; k < 3000; ++k) periodic += std::string(50, 'a') + "abbbbba";
+    for (const std::string find :
+         {"abbbbba", "aba", "aa", "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"}) {
+        EXPECT_EQ(kxt::countOccurrences(periodic, find), ref::countOccurrences(periodic, find))
+            << find;
+    }
+}
+
+TEST(FastPathsAgreeWithByteLoops, CountingLongTexts) {
+    std::mt19937_64 rng(4242);
+    for (int iteration = 0; iteration < 400; ++iteration) {
+        const int alphabet = 1 + iteration % 3;
+        const std::string s = randomBytes(rng, rng() % 3000, alphabet);
+        const std::string find = randomBytes(rng, 2 + rng() % 40, alphabet);
+        ASSERT_EQ(kxt::countOccurrences(s, find), ref::countOccurrences(s, find))
+            << testing::PrintToString(s) << " find " << testing::PrintToString(find);
+        if (s.size() > 40) {
+            const std::string inside = s.substr(rng() % (s.size() - 40), 2 + rng() % 38);
+            ASSERT_EQ(kxt::countOccurrences(s, inside), ref::countOccurrences(s, inside))
+                << testing::PrintToString(s) << " find " << testing::PrintToString(inside);
+        }
+    }
 }
 
 // ---- through the host ----

@@ -221,6 +221,26 @@ TEST(FastPathsAgreeWithByteLoops, ValidTextRepairsToItself) {
     }
 }
 
+// The block validator decides alone when it accepts, so it must reject every flaw: valid text
+// of every length around the 16-byte blocks with one byte changed to a value where byte
+// classes change, or cut inside its last sequence.
+TEST(FastPathsAgreeWithByteLoops, OneFlawInValidText) {
+    std::mt19937_64 rng(2718);
+    const std::string edges = ref::adversarialBytes(rng, 4096);
+    for (int iteration = 0; iteration < 30000; ++iteration) {
+        std::string s = ref::mostlyUTF8(rng, rng() % 90, 0);
+        if (s.empty()) continue;
+        if (iteration % 4 == 0) {
+            s.pop_back();
+        } else {
+            s[rng() % s.size()] = edges[rng() % edges.size()];
+        }
+        ASSERT_EQ(kxt::wellFormedPrefixLength(s), ref::wellFormedPrefix(s))
+            << testing::PrintToString(s);
+        ASSERT_EQ(repaired(s, "?"), ref::repairUTF8(s, "?")) << testing::PrintToString(s);
+    }
+}
+
 TEST(Extraction, LongRejectedRunsStayLinear) {
     // A megabyte of spaces then one word: stepping one byte at a time through the spaces, each
     // step rescanning the rest, would take minutes.

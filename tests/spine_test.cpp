@@ -2,6 +2,7 @@
 // linked into this program is bound to the emulated host in-process, so the helpers can be
 // called directly and their host calls are counted like any plugin call.
 #include <cstring>
+#include <random>
 #include <stdexcept>
 
 #include "KxtTest.h"
@@ -17,6 +18,26 @@
 using namespace kxt_test;
 
 namespace {
+
+// The word-at-a-time ASCII test against a byte loop: one high byte at every position of
+// buffers around the 64-byte step, at every alignment.
+TEST(IsASCIITest, AgreesWithByteLoop) {
+    std::string buffer(300, 'a');
+    for (size_t offset = 0; offset < 8; ++offset) {
+        for (size_t length : {0, 1, 63, 64, 65, 127, 128, 200}) {
+            const char* data = buffer.data() + offset;
+            EXPECT_TRUE(IsASCII(data, int64_t(length))) << offset << " " << length;
+            for (size_t high = 0; high < length; ++high) {
+                buffer[offset + high] = char(0x80 | (high & 0x7F));
+                ASSERT_FALSE(IsASCII(data, int64_t(length)))
+                    << "offset " << offset << " length " << length << " high at " << high;
+                ASSERT_TRUE(IsASCII(data, int64_t(high)));
+                buffer[offset + high] = 'a';
+            }
+        }
+    }
+    EXPECT_TRUE(IsASCII(buffer.data(), -1));
+}
 
 TEST(DebugLog, WritesPrefixedFlushedLines) {
     testing::internal::CaptureStderr();
@@ -233,6 +254,40 @@ TEST_F(Spine, TextFormsFromEveryKindOfString) {
         EXPECT_TRUE(u32 == c.utf32) << "utf32 of " << testing::PrintToString(c.bytes);
         EXPECT_EQ(text.GetUTF16()[text.LengthUTF16()], 0);
         EXPECT_EQ(text.GetUTF32()[text.LengthUTF32()], 0u);
+    }
+}
+
+// Long UTF-8 text, where runs of ASCII go sixteen bytes a step: the forms are the concatenation
+// of the forms of its pieces, up to the first malformed piece.
+TEST_F(Spine, LongTextFormsAreThoseOfTheirPieces) {
+    const FormCase pieces[] = {
+        {"plain ascii words ", 0, u"plain ascii words ", U"plain ascii words "},
+        {"x", 0, u"x", U"x"},
+        {"\xC3\xA9", 0, u"\u00E9", U"\u00E9"},
+        {"\xE4\xB8\xAD", 0, u"\u4E2D", U"\u4E2D"},
+        {"\xF0\x9F\x98\x80", 0, u"\U0001F600", U"\U0001F600"},
+        {"\xEF\xBB\xBF", 0, u"", U""},
+    };
+    std::mt19937 rng(16);
+    for (int round = 0; round < 500; ++round) {
+        std::string bytes;
+        std::u16string u16;
+        std::u32string u32;
+        for (int k = 0, n = int(rng() % 30); k < n; ++k) {
+            const FormCase& p = pieces[rng() % 6 < 3 ? 0 : rng() % std::size(pieces)];
+            bytes += p.bytes, u16 += p.utf16, u32 += p.utf32;
+        }
+        if (round % 4 == 0) bytes += "\xC0\xAF and no more";  // decoding stops here
+        Value v = S(bytes, kREALTextEncodingUTF8);
+        rbText text(v.stringHandle());
+        ASSERT_TRUE(std::u16string(reinterpret_cast<const char16_t*>(text.GetUTF16()),
+                                   size_t(text.LengthUTF16())) == u16)
+            << testing::PrintToString(bytes);
+        ASSERT_TRUE(std::u32string(reinterpret_cast<const char32_t*>(text.GetUTF32()),
+                                   size_t(text.LengthUTF32())) == u32)
+            << testing::PrintToString(bytes);
+        ASSERT_EQ(text.GetUTF16()[text.LengthUTF16()], 0);
+        ASSERT_EQ(text.GetUTF32()[text.LengthUTF32()], 0u);
     }
 }
 

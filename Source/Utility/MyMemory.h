@@ -1,9 +1,23 @@
 // Plain heap memory and size-prefixed handles.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <string>
 
 void* AllocateClearMemory(int64_t size);  // zeroed; none for a size below 1
+void* AllocateMemory(int64_t size);       // not cleared; none for a size below 1
+
+// Results of several MiB are written once, right after allocation: on Linux the first touch
+// of each 4 KiB page is a page fault, which costs more than the work itself on a big result.
+// Large blocks from the two allocators above are therefore aligned and advised for
+// transparent huge pages (2 MiB per fault). AdviseHugePages does the same for a buffer that
+// was allocated elsewhere (the part of it that covers whole huge pages); ReserveLarge reserves
+// a string's capacity that way before it is written.
+void AdviseHugePages(void* p, size_t n);
+void ReserveLarge(std::string& s, size_t capacity);
+// A string of `size` zero bytes, reserved as above.
+std::string NewLargeString(size_t size);
 void FreeMemoryNow(void* p);
 void ClearMemory(void* p, int64_t n);
 

@@ -1,5 +1,7 @@
 #include "rbText.h"
 
+#include <emmintrin.h>
+
 #include <cstring>
 
 #include "MyMemory.h"
@@ -27,11 +29,28 @@ Unit byteSwapped(Unit u) {
     return static_cast<Unit>(__builtin_bswap32(u));
 }
 
+// Sixteen bytes below 0x80 as sixteen 16- or 32-bit units.
+void widen16(__m128i x, uint16_t* out) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(x, _mm_setzero_si128()));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8),
+                     _mm_unpackhi_epi8(x, _mm_setzero_si128()));
+}
+void widen16(__m128i x, uint32_t* out) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i lo = _mm_unpacklo_epi8(x, zero), hi = _mm_unpackhi_epi8(x, zero);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi16(lo, zero));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4), _mm_unpackhi_epi16(lo, zero));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpacklo_epi16(hi, zero));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 12), _mm_unpackhi_epi16(hi, zero));
+}
+
+// Every unit and the terminating zero are written, so the buffer is not cleared first.
 template <typename Unit>
 Unit* widen(const char* bytes, int64_t length) {
-    auto* out = static_cast<Unit*>(AllocateClearMemory((length + 1) * int64_t(sizeof(Unit))));
+    auto* out = static_cast<Unit*>(AllocateMemory((length + 1) * int64_t(sizeof(Unit))));
     if (out == nullptr) return nullptr;
     for (int64_t i = 0; i < length; ++i) out[i] = static_cast<uint8_t>(bytes[i]);
+    out[length] = 0;
     return out;
 }
 
@@ -277,7 +296,8 @@ void rbText::decodeUTF8(bool toUTF32) {
         return;
     }
     const int64_t unitSize = toUTF32 ? 4 : 2;
-    owned = AllocateClearMemory((n + 1) * unitSize);
+    // Everything up to the terminating zero is written below.
+    owned = AllocateMemory((n + 1) * unitSize);
     if (owned == nullptr) {
         if (gDebugging) LogMessage("Out of memory");
         if (toUTF32)
@@ -291,6 +311,20 @@ void rbText::decodeUTF8(bool toUTF32) {
     int64_t written = 0;
     int64_t i = 0;
     while (i < n) {
+        // Runs of ASCII sixteen bytes a step.
+        if (i + 16 <= n) {
+            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+            if (_mm_movemask_epi8(x) == 0) {
+                if (toUTF32) {
+                    widen16(x, out32 + written);
+                } else {
+                    widen16(x, out16 + written);
+                }
+                written += 16;
+                i += 16;
+                continue;
+            }
+        }
         uint8_t lead = in[i];
         if (lead < 0x80) {
             if (toUTF32)

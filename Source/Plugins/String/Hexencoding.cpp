@@ -1,5 +1,8 @@
 #include "Hexencoding.h"
 
+#include <emmintrin.h>
+
+#include "MyMemory.h"
 #include "URLencoding.h"
 #include "encoderboundary.h"
 #include "rbData.h"
@@ -47,28 +50,83 @@ int mySQLEscape(unsigned char b) {
 }  // namespace
 
 std::string encodeHex(std::string_view bytes) {
-    std::string out(bytes.size() * 2, '\0');
+    std::string out = NewLargeString(bytes.size() * 2);
+    const auto* p = reinterpret_cast<const uint8_t*>(bytes.data());
     char* w = out.data();
-    for (unsigned char b : bytes) {
-        *w++ = kHexDigits[b >> 4];
-        *w++ = kHexDigits[b & 15];
+    const size_t n = bytes.size();
+    size_t i = 0;
+    // 16 bytes to 32 digits a step: split the nibbles, interleave high and low, and turn each
+    // into "0".."9" or "A".."F" (7 more past 9).
+    const __m128i lowMask = _mm_set1_epi8(0x0F), nine = _mm_set1_epi8(9);
+    const __m128i zero = _mm_set1_epi8('0'), letterGap = _mm_set1_epi8('A' - '0' - 10);
+    auto digits = [&](__m128i nibbles) {
+        const __m128i letters = _mm_and_si128(_mm_cmpgt_epi8(nibbles, nine), letterGap);
+        return _mm_add_epi8(_mm_add_epi8(nibbles, zero), letters);
+    };
+    for (; i + 16 <= n; i += 16) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        const __m128i high = _mm_and_si128(_mm_srli_epi16(x, 4), lowMask);
+        const __m128i low = _mm_and_si128(x, lowMask);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(w + 2 * i),
+                         digits(_mm_unpacklo_epi8(high, low)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(w + 2 * i + 16),
+                         digits(_mm_unpackhi_epi8(high, low)));
+    }
+    for (; i < n; ++i) {
+        w[2 * i] = kHexDigits[p[i] >> 4];
+        w[2 * i + 1] = kHexDigits[p[i] & 15];
     }
     return out;
 }
 
+namespace {
+
+// The value of each hex digit in x (either case), 0 for any other byte, as hex2int reads them.
+__m128i hexValues(__m128i x) {
+    auto between = [&](char first, char last) {
+        return _mm_and_si128(_mm_cmpgt_epi8(x, _mm_set1_epi8(char(first - 1))),
+                             _mm_cmplt_epi8(x, _mm_set1_epi8(char(last + 1))));
+    };
+    const __m128i digit = _mm_and_si128(between('0', '9'), _mm_sub_epi8(x, _mm_set1_epi8('0')));
+    const __m128i upper =
+        _mm_and_si128(between('A', 'F'), _mm_sub_epi8(x, _mm_set1_epi8('A' - 10)));
+    const __m128i lower =
+        _mm_and_si128(between('a', 'f'), _mm_sub_epi8(x, _mm_set1_epi8('a' - 10)));
+    return _mm_or_si128(digit, _mm_or_si128(upper, lower));
+}
+
+// 16 digits to 8 bytes in the low half of 16-bit lanes: high digit * 16 + low digit.
+__m128i pairsToBytes(__m128i values) {
+    const __m128i high = _mm_and_si128(values, _mm_set1_epi16(0x00FF));
+    const __m128i low = _mm_srli_epi16(values, 8);
+    return _mm_or_si128(_mm_slli_epi16(high, 4), low);
+}
+
+}  // namespace
+
 std::string decodeHex(std::string_view text) {
-    std::string out(text.size() / 2, '\0');
-    for (size_t i = 0; i < out.size(); ++i) {
-        int high = hex2int(static_cast<unsigned char>(text[2 * i]));
-        int low = hex2int(static_cast<unsigned char>(text[2 * i + 1]));
-        out[i] = char(high * 16 + low);
+    std::string out = NewLargeString(text.size() / 2);
+    const auto* p = reinterpret_cast<const uint8_t*>(text.data());
+    char* w = out.data();
+    const size_t n = out.size();
+    size_t i = 0;
+    for (; i + 16 <= n; i += 16) {
+        const __m128i a = hexValues(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 2 * i)));
+        const __m128i b =
+            hexValues(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 2 * i + 16)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(w + i),
+                         _mm_packus_epi16(pairsToBytes(a), pairsToBytes(b)));
+    }
+    for (; i < n; ++i) {
+        int high = hex2int(p[2 * i]);
+        int low = hex2int(p[2 * i + 1]);
+        w[i] = char(high * 16 + low);
     }
     return out;
 }
 
 std::string decodeMySQL(std::string_view bytes) {
-    std::string out;
-    out.resize(bytes.size());
+    std::string out = NewLargeString(bytes.size());
     char* w = out.data();
     for (size_t i = 0; i < bytes.size(); ++i) {
         if (bytes[i] == '\\' && i + 1 < bytes.size()) {

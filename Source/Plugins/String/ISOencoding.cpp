@@ -1,5 +1,8 @@
 #include "ISOencoding.h"
 
+#include <emmintrin.h>
+
+#include "MyMemory.h"
 #include "encoderboundary.h"
 #include "rbData.h"
 #include "rbText.h"
@@ -44,21 +47,83 @@ constexpr ReverseTable kCP1252Reverse = reverseOf(CP1252Table);
 const CodePage ISO8859{ISO8859Table, kISO8859Reverse};
 const CodePage CP1252{CP1252Table, kCP1252Reverse};
 
+// The block steps below rely on this: every byte outside 80..9F is the unit of its own value,
+// and the first byte that maps to that unit.
+constexpr bool identityOutside80To9F(const CodePageTable& t) {
+    for (int b = 0; b < 256; ++b) {
+        if (b >= 0x80 && b <= 0x9F) continue;
+        if (t[b] != b) return false;
+        for (int k = 0; k < b; ++k) {
+            if (t[k] == b) return false;
+        }
+    }
+    return true;
+}
+static_assert(identityOutside80To9F(ISO8859Table) && identityOutside80To9F(CP1252Table));
+
 std::string encodeCodePage(std::span<const uint16_t> units, const CodePage& page) {
     // Texts of one or two characters are not converted; callers rely on it.
     if (units.size() < 3) return {};
-    std::string out;
-    out.reserve(units.size());
-    for (uint16_t u : units) {
-        if (page.firstByte[u] >= 0) out += char(page.firstByte[u]);
+    std::string out = NewLargeString(units.size());
+    char* w = out.data();
+    const uint16_t* u = units.data();
+    const size_t n = units.size();
+    size_t i = 0;
+    // Both pages map every byte outside 80..9F to the unit of the same value: eight such units
+    // become eight bytes at once; other steps go unit by unit through the reverse table (a unit
+    // it lacks writes nothing).
+    for (; i + 8 <= n; i += 8) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(u + i));
+        const __m128i above = _mm_and_si128(x, _mm_set1_epi16(short(0xFF00)));
+        const __m128i in80to9F =
+            _mm_cmpeq_epi16(_mm_and_si128(x, _mm_set1_epi16(0xFFE0)), _mm_set1_epi16(0x80));
+        if (_mm_movemask_epi8(_mm_or_si128(
+                _mm_cmpeq_epi16(_mm_cmpeq_epi16(above, _mm_setzero_si128()), _mm_setzero_si128()),
+                in80to9F)) == 0) {
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(w), _mm_packus_epi16(x, x));
+            w += 8;
+            continue;
+        }
+        for (size_t k = i; k < i + 8; ++k) {
+            const int16_t b = page.firstByte[u[k]];
+            *w = char(b);
+            w += b >= 0;
+        }
     }
+    for (; i < n; ++i) {
+        const int16_t b = page.firstByte[u[i]];
+        *w = char(b);
+        w += b >= 0;
+    }
+    out.resize(size_t(w - out.data()));
     return out;
 }
 
 std::vector<uint16_t> decodeCodePage(std::string_view bytes, const CodePage& page) {
+    const size_t n = bytes.size();
     std::vector<uint16_t> out;
-    out.reserve(bytes.size());
-    for (unsigned char b : bytes) out.push_back(page.table[b]);
+    out.reserve(n);
+    AdviseHugePages(out.data(), n * sizeof(uint16_t));
+    out.resize(n);
+    const auto* p = reinterpret_cast<const uint8_t*>(bytes.data());
+    uint16_t* w = out.data();
+    size_t i = 0;
+    // 16 bytes outside 80..9F widen at once (both pages map them to themselves); steps with
+    // others go through the table.
+    for (; i + 16 <= n; i += 16) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        const __m128i in80to9F =
+            _mm_cmpeq_epi8(_mm_and_si128(x, _mm_set1_epi8(char(0xE0))), _mm_set1_epi8(char(0x80)));
+        if (_mm_movemask_epi8(in80to9F) == 0) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(w + i),
+                             _mm_unpacklo_epi8(x, _mm_setzero_si128()));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(w + i + 8),
+                             _mm_unpackhi_epi8(x, _mm_setzero_si128()));
+            continue;
+        }
+        for (size_t k = i; k < i + 16; ++k) w[k] = page.table[p[k]];
+    }
+    for (; i < n; ++i) w[i] = page.table[p[i]];
     return out;
 }
 

@@ -161,13 +161,60 @@ int compareBytes(std::string_view a, std::string_view b) {
     return compareZeroPadded(a, b);
 }
 
+namespace {
+
+// Counts matches of find (two bytes or more) 16 start positions a step: a position is a
+// candidate when its byte equals the first of find and the byte find.size() - 1 further equals
+// the last (and the next byte the second), and only candidates are compared in full. Matches do not
+// overlap: a candidate inside the previous match is skipped. Returns where the caller goes on (with
+// memmem) for the rest: the tail that no longer fills a step, or everything from the point where
+// failed comparisons have cost more than a few passes over the text (periodic text), since memmem
+// stays linear whatever the input.
+size_t countFiltered(std::string_view s, std::string_view find, int64_t& count) {
+    const size_t n = s.size(), m = find.size();
+    const char* text = s.data();
+    const __m128i first = _mm_set1_epi8(find[0]), last = _mm_set1_epi8(find[m - 1]);
+    // With three bytes or more the second is tested too: in text, first-and-last pairs of
+    // short words are common, first, second and last far less.
+    const __m128i second = _mm_set1_epi8(find[m >= 3 ? 1 : 0]);
+    const size_t checked = m >= 3 ? 2 : 1;  // bytes the filter has compared at the start
+    size_t next = 0;                        // the end of the last match: no match starts before it
+    int64_t budget = int64_t(2 * n) + 65536;
+    size_t i = 0;
+    for (; i + m - 1 + 16 <= n; i += 16) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i + m - 1));
+        __m128i hits = _mm_and_si128(_mm_cmpeq_epi8(a, first), _mm_cmpeq_epi8(b, last));
+        if (m >= 3) {
+            const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i + 1));
+            hits = _mm_and_si128(hits, _mm_cmpeq_epi8(c, second));
+        }
+        unsigned candidates = unsigned(_mm_movemask_epi8(hits));
+        while (candidates != 0) {
+            const size_t p = i + size_t(__builtin_ctz(candidates));
+            candidates &= candidates - 1;
+            if (p < next) continue;
+            if (m <= checked + 1 ||
+                memcmp(text + p + checked, find.data() + checked, m - 1 - checked) == 0) {
+                ++count;
+                next = p + m;
+            } else if ((budget -= int64_t(m)) < 0) {
+                return std::max(p + 1, next);
+            }
+        }
+    }
+    return std::max(i, next);
+}
+
+}  // namespace
+
 int64_t countOccurrences(std::string_view s, std::string_view find) {
     if (s.empty() || find.empty() || find.size() > s.size()) return 0;
     if (find.size() == 1) return countByte(bytesOf(s), s.size(), uint8_t(find[0]));
-    // The leftmost match at or after the current position is exactly where the left-to-right
-    // scan would stop, so memmem (linear, vectorised) gives the same count.
     int64_t count = 0;
-    const char* p = s.data();
+    // The leftmost match at or after the current position is exactly where the left-to-right
+    // scan would stop, so the filter below and memmem (linear) give the same count.
+    const char* p = s.data() + countFiltered(s, find, count);
     const char* end = s.data() + s.size();
     while (size_t(end - p) >= find.size()) {
         const void* hit = memmem(p, size_t(end - p), find.data(), find.size());

@@ -1,5 +1,7 @@
 #include "MainStringCompose.h"
 
+#include <emmintrin.h>
+
 #include <algorithm>
 #include <array>
 #include <new>
@@ -21,6 +23,9 @@ constexpr uint16_t kFirstComposed = 0xC0;  // nothing below has an entry
 // so a candidate whose next unit is not among them is settled without a search; that keeps
 // plain letters (almost all of which can start a decomposition) cheap.
 std::array<uint64_t, kUnitCount / 64> gSecondParts{};
+// No unit below this is the second part of any entry: text made of such units composes nothing
+// and is copied in blocks.
+uint16_t gSmallestSecondPart = 0;
 
 void* (*gAllocateLookup)(int64_t) = AllocateClearMemory;
 
@@ -78,16 +83,74 @@ const kxt::DecompositionEntry* firstMatch(const uint16_t* text, size_t n, size_t
     return nullptr;
 }
 
+// For every unit, 1 + the number of the entry the binary search finds for it, 0 for none:
+// the same answers in one step. Made once, on first use.
+const std::vector<uint16_t>& decompositionIndex() {
+    static const std::vector<uint16_t> index = [] {
+        static_assert(kxt::kDecompositionCount < 0xFFFF);
+        std::vector<uint16_t> t(kUnitCount, 0);
+        for (size_t u = kFirstComposed; u < kUnitCount; ++u) {
+            if (const kxt::DecompositionEntry* e = searchDecomposition<false>(uint16_t(u))) {
+                t[u] = uint16_t(e - kxt::DecompositionTable + 1);
+            }
+        }
+        return t;
+    }();
+    return index;
+}
+
+__m128i load8(const uint16_t* p) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+
+// True when all eight units are at most `limit`.
+bool allAtMost(__m128i units, __m128i limit) {
+    return _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_subs_epu16(units, limit), _mm_setzero_si128())) ==
+           0xFFFF;
+}
+
+// A result vector of n units whose memory is asked for huge pages before it is first written.
+std::vector<uint16_t> resultUnits(size_t n) {
+    std::vector<uint16_t> out;
+    out.reserve(n);
+    AdviseHugePages(out.data(), n * sizeof(uint16_t));
+    out.resize(n);
+    return out;
+}
+
+// The logging forms: every lookup is written to the debug log, as the plain loops do it.
+std::vector<uint16_t> decomposeLogged(std::span<const uint16_t> text) {
+    std::vector<uint16_t> out;
+    out.reserve(text.size());
+    for (const uint16_t c : text) {
+        if (c < kFirstComposed) {
+            out.push_back(c);
+            continue;
+        }
+        LogMessage("findComposition", int64_t(c));
+        const kxt::DecompositionEntry* e = searchDecomposition<true>(c);
+        if (e == nullptr) {
+            out.push_back(c);
+            continue;
+        }
+        for (size_t p = 0; p < 5 && e->parts[p] != 0; ++p) out.push_back(e->parts[p]);
+    }
+    return out;
+}
+
 }  // namespace
 
 void InitCharsWhoCanBeCompositionLookupTable() {
     if (CharsWhoCanBeComposition != nullptr) return;
     auto* table = static_cast<uint8_t*>(gAllocateLookup(int64_t(kUnitCount)));
     if (table == nullptr) return;
+    uint16_t smallest = 0xFFFF;
     for (const auto& e : kxt::DecompositionTable) {
         table[e.parts[0]] = 1;
         gSecondParts[e.parts[1] >> 6] |= uint64_t(1) << (e.parts[1] & 63);
+        smallest = std::min(smallest, e.parts[1]);
     }
+    gSmallestSecondPart = smallest;
     // Published only when complete; a concurrent build at worst makes a second table.
     CharsWhoCanBeComposition = table;
 }
@@ -99,30 +162,42 @@ const DecompositionEntry* findDecomposition(uint16_t unit) {
 }
 
 std::vector<uint16_t> decomposeUTF16(std::span<const uint16_t> text) {
-    const bool log = gDebugging;
-    // Only units from U+00C0 on can grow, to at most four units. Reserving for that bound
-    // costs address space only, and spares large texts the copy of a growing buffer.
-    size_t mayGrow = 0;
-    for (const uint16_t c : text) mayGrow += c >= kFirstComposed;
-    std::vector<uint16_t> out;
-    out.reserve(text.size() + 3 * mayGrow);
-    for (const uint16_t c : text) {
-        if (c < kFirstComposed) {
-            out.push_back(c);
+    if (gDebugging) return decomposeLogged(text);
+    const std::vector<uint16_t>& index = decompositionIndex();
+    const uint16_t* in = text.data();
+    const size_t n = text.size();
+    // Units below the first composed one are copied; eight of them at a time.
+    const __m128i copied = _mm_set1_epi16(short(kFirstComposed - 1));
+    // First the exact size, then one pass that writes it.
+    size_t size = n;
+    for (size_t i = 0; i < n; ++i) {
+        if (i + 8 <= n && allAtMost(load8(in + i), copied)) {
+            i += 7;
             continue;
         }
-        const DecompositionEntry* e;
-        if (log) {
-            LogMessage("findComposition", int64_t(c));
-            e = searchDecomposition<true>(c);
-        } else {
-            e = searchDecomposition<false>(c);
+        if (const uint16_t k = index[in[i]]) size += partCount(DecompositionTable[k - 1]) - 1;
+    }
+    std::vector<uint16_t> out = resultUnits(size);
+    uint16_t* w = out.data();
+    size_t i = 0;
+    while (i < n) {
+        if (i + 8 <= n) {
+            const __m128i x = load8(in + i);
+            if (allAtMost(x, copied)) {
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(w), x);
+                w += 8;
+                i += 8;
+                continue;
+            }
         }
-        if (e == nullptr) {
-            out.push_back(c);
+        const uint16_t c = in[i++];
+        const uint16_t k = index[c];
+        if (k == 0) {
+            *w++ = c;
             continue;
         }
-        for (size_t p = 0; p < 5 && e->parts[p] != 0; ++p) out.push_back(e->parts[p]);
+        const DecompositionEntry& e = DecompositionTable[k - 1];
+        for (size_t p = 0; p < 5 && e.parts[p] != 0; ++p) *w++ = e.parts[p];
     }
     return out;
 }
@@ -134,26 +209,33 @@ std::vector<uint16_t> composeUTF16(std::span<const uint16_t> text) {
     const bool log = gDebugging;
     const uint16_t* in = text.data();
     const size_t n = text.size();
-    // Every step writes one unit for at least one read, so the input length is enough.
-    std::vector<uint16_t> out;
-    out.reserve(n);
+    std::vector<uint16_t> out = resultUnits(n);  // composing never lengthens
+    uint16_t* w = out.data();
+    // A composition starts at a unit only when the unit after it is a second part, so eight
+    // units whose successors are all below the smallest second part are copied at once.
+    const __m128i noSecondPart = _mm_set1_epi16(short(gSmallestSecondPart - 1));
     size_t i = 0;
     while (i < n) {
-        const uint16_t c = in[i];
-        if (lookup[c] == 0) {
-            out.push_back(c);
-            ++i;
+        if (!log && gSmallestSecondPart > 0 && i + 9 <= n &&
+            allAtMost(load8(in + i + 1), noSecondPart)) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(w), load8(in + i));
+            w += 8;
+            i += 8;
             continue;
         }
-        if (log) LogMessage("findCompositionInText", int64_t(c));
-        if (const DecompositionEntry* e = firstMatch(in, n, i)) {
-            out.push_back(e->composed);
-            i += partCount(*e);
-        } else {
-            out.push_back(c);
-            ++i;
+        const uint16_t c = in[i];
+        if (lookup[c] != 0) {
+            if (log) LogMessage("findCompositionInText", int64_t(c));
+            if (const DecompositionEntry* e = firstMatch(in, n, i)) {
+                *w++ = e->composed;
+                i += partCount(*e);
+                continue;
+            }
         }
+        *w++ = c;
+        ++i;
     }
+    out.resize(size_t(w - out.data()));
     return out;
 }
 

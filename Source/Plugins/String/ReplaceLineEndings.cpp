@@ -7,6 +7,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "MyMemory.h"
 #include "REALplugin.h"
 #include "rbData.h"
 #include "rbException.h"
@@ -49,7 +50,7 @@ void reserveOutput(std::string& out, size_t length, size_t newlineLength) {
     }
     if (__builtin_mul_overflow(length, std::max<size_t>(newlineLength, 1), &most)) most = SIZE_MAX;
     try {
-        out.reserve(std::min(hint, most));
+        ReserveLarge(out, std::min(hint, most));
     } catch (const std::exception&) {
         out.reserve(length);
     }

@@ -1,7 +1,11 @@
 #include "URLencoding.h"
 
-#include <array>
+#include <emmintrin.h>
 
+#include <array>
+#include <cstring>
+
+#include "MyMemory.h"
 #include "rbData.h"
 #include "rbException.h"
 #include "rbUtil.h"
@@ -19,8 +23,8 @@ struct URLEncodeTable {
         constexpr const char* kDigits = "0123456789ABCDEF";
         for (int b = 0; b < 128; ++b) {
             bool literal = (b >= 'A' && b <= 'Z') || (b >= 'a' && b <= 'z') ||
-                           (b >= '0' && b <= '9') || b == '!' || b == '*' || b == '+' ||
-                           b == '-' || b == '.' || b == '@' || b == '_' || b == '~';
+                           (b >= '0' && b <= '9') || b == '!' || b == '*' || b == '+' || b == '-' ||
+                           b == '.' || b == '@' || b == '_' || b == '~';
             if (literal) {
                 text[b] = {char(b), 0, 0, 0};
                 length[b] = 1;
@@ -50,49 +54,86 @@ std::string encodeURL(std::string_view bytes, RBInteger options) {
     const int mode = int(options & 3);
     const bool spaceAsPlus = mode == 1;
     const bool encodePlus = mode == 1 || mode == 2;
-    std::string out;
-    out.resize(bytes.size() * 3);
+    // This call's table: every byte's text (up to three characters, padded to four) and length.
+    std::array<std::array<char, 4>, 256> text;
+    std::array<uint8_t, 256> length;
+    for (int b = 0; b < 256; ++b) {
+        if (b >= 128 || (b == '+' && encodePlus)) {
+            text[b] = {'%', kHexDigits[b >> 4], kHexDigits[b & 15], 0};
+            length[b] = 3;
+        } else if (b == ' ' && spaceAsPlus) {
+            text[b] = {'+', 0, 0, 0};
+            length[b] = 1;
+        } else {
+            text[b] = kURLEncodeTable.text[b];
+            length[b] = kURLEncodeTable.length[b];
+        }
+    }
+    // Four bytes are stored for every input byte and the pointer moves by the length: no
+    // branch per byte. One spare byte takes the last store's padding.
+    std::string out = NewLargeString(bytes.size() * 3 + 1);
     char* w = out.data();
     for (unsigned char b : bytes) {
-        if (b >= 128) {
-            w[0] = '%';
-            w[1] = kHexDigits[b >> 4];
-            w[2] = kHexDigits[b & 15];
-            w += 3;
-        } else if (b == ' ' && spaceAsPlus) {
-            *w++ = '+';
-        } else if (b == '+' && encodePlus) {
-            w[0] = '%', w[1] = '2', w[2] = 'B';
-            w += 3;
-        } else {
-            const auto& entry = kURLEncodeTable.text[b];
-            w[0] = entry[0], w[1] = entry[1], w[2] = entry[2];
-            w += kURLEncodeTable.length[b];
-        }
+        memcpy(w, text[b].data(), 4);
+        w += length[b];
     }
     out.resize(size_t(w - out.data()));
     return out;
 }
 
+namespace {
+
+// Hex digit values for decoding: digits of either case, 0 for anything else (as hex2int).
+constexpr std::array<uint8_t, 256> kHexValue = [] {
+    std::array<uint8_t, 256> t{};
+    for (int c = 0; c < 256; ++c) {
+        if (c >= '0' && c <= '9') t[c] = uint8_t(c - '0');
+        if (c >= 'a' && c <= 'f') t[c] = uint8_t(c - 'a' + 10);
+        if (c >= 'A' && c <= 'F') t[c] = uint8_t(c - 'A' + 10);
+    }
+    return t;
+}();
+
+}  // namespace
+
 std::string decodeURL(std::string_view bytes, RBInteger options) {
     const bool plusAsSpace = (options & 1) != 0;
     const size_t n = bytes.size();
-    std::string out;
-    out.resize(n);
+    std::string out = NewLargeString(n);
+    const auto* in = reinterpret_cast<const unsigned char*>(bytes.data());
     char* w = out.data();
     size_t i = 0;
+    const __m128i percent = _mm_set1_epi8('%');
+    const __m128i plus = _mm_set1_epi8(plusAsSpace ? '+' : '%');
     while (i < n) {
-        unsigned char b = static_cast<unsigned char>(bytes[i]);
+        const unsigned char b = in[i];
         if (b == '%') {
             // Digits past the end read as 0; the escape always consumes three bytes.
-            int high = i + 1 < n ? hex2int(static_cast<unsigned char>(bytes[i + 1])) : 0;
-            int low = i + 2 < n ? hex2int(static_cast<unsigned char>(bytes[i + 2])) : 0;
+            const int high = i + 1 < n ? kHexValue[in[i + 1]] : 0;
+            const int low = i + 2 < n ? kHexValue[in[i + 2]] : 0;
             *w++ = static_cast<char>((high * 16 + low) & 0xFF);
             i += 3;
-        } else {
-            *w++ = (b == '+' && plusAsSpace) ? ' ' : static_cast<char>(b);
-            ++i;
+            continue;
         }
+        if (b == '+' && plusAsSpace) {
+            *w++ = ' ';
+            ++i;
+            continue;
+        }
+        // From a plain byte on, sixteen bytes at a time up to the next escape (or plus read as
+        // a space). The output never runs ahead of the input, so the whole block can be stored.
+        if (i + 16 <= n) {
+            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(w), x);
+            const unsigned special = unsigned(_mm_movemask_epi8(
+                _mm_or_si128(_mm_cmpeq_epi8(x, percent), _mm_cmpeq_epi8(x, plus))));
+            const size_t plain = special == 0 ? 16 : size_t(__builtin_ctz(special));
+            w += plain;
+            i += plain;
+            continue;
+        }
+        *w++ = static_cast<char>(b);
+        ++i;
     }
     out.resize(size_t(w - out.data()));
     return out;
@@ -108,15 +149,18 @@ REALstring EncodingToURL2(REALstring s, RBInteger options) {
     });
 }
 
-REALstring EncodingToURL1(REALstring s) { return EncodingToURL2(s, 0); }
+REALstring EncodingToURL1(REALstring s) {
+    return EncodingToURL2(s, 0);
+}
 
 REALstring DecodingToURL2(REALstring s, RBInteger options) {
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         if (s == nullptr) return nullptr;
         rbData in(s);
-        return REALBuildUnicodeString(kxt::decodeURL(in.view(), options),
-                                      kREALTextEncodingUnknown);
+        return REALBuildUnicodeString(kxt::decodeURL(in.view(), options), kREALTextEncodingUnknown);
     });
 }
 
-REALstring DecodingToURL1(REALstring s) { return DecodingToURL2(s, 0); }
+REALstring DecodingToURL1(REALstring s) {
+    return DecodingToURL2(s, 0);
+}

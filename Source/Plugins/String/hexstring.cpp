@@ -1,5 +1,8 @@
 #include "hexstring.h"
 
+#include <cstring>
+
+#include "MyMemory.h"
 #include "encoderboundary.h"
 #include "rbData.h"
 #include "rbUtil.h"
@@ -39,8 +42,13 @@ std::string hexstring(std::string_view input, const HexLayout& layout) {
     const int64_t lines = hexLength / perLine + (hexLength % perLine != 0 ? 1 : 0);
     if (lineSize < 0 || cappedMulAdd(lines, lineSize, 0) < 0) return {};
 
-    std::string out;
-    out.reserve(size_t(lines * lineSize));
+    // Every line has exactly lineSize characters: the result is written in place.
+    std::string out = NewLargeString(size_t(lines * lineSize));
+    char* w = out.data();
+    auto put = [&](std::string_view s) {
+        memcpy(w, s.data(), s.size());
+        w += s.size();
+    };
     auto hexAt = [&](int64_t p) -> char {
         if (p < hexLength) {
             unsigned char b = static_cast<unsigned char>(input[size_t(p / 2)]);
@@ -49,12 +57,20 @@ std::string hexstring(std::string_view input, const HexLayout& layout) {
         return filler[size_t((p - hexLength) % int64_t(filler.size()))];
     };
     for (int64_t position = 0; position < hexLength;) {
-        out += layout.linestart;
+        put(layout.linestart);
         for (int64_t group = 0; group < linelen; ++group) {
-            if (group != 0) out += layout.spacer;
-            for (int64_t k = 0; k < hexlen; ++k) out += hexAt(position++);
+            if (group != 0) put(layout.spacer);
+            if (position + hexlen <= hexLength) {
+                // A whole group of digits: no filler to consider.
+                for (int64_t k = 0; k < hexlen; ++k, ++position) {
+                    const auto b = static_cast<unsigned char>(input[size_t(position >> 1)]);
+                    *w++ = kHexDigits[(position & 1) ? b & 15 : b >> 4];
+                }
+            } else {
+                for (int64_t k = 0; k < hexlen; ++k) *w++ = hexAt(position++);
+            }
         }
-        out += layout.lineend;
+        put(layout.lineend);
     }
     return out;
 }

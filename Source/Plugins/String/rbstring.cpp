@@ -1,6 +1,7 @@
 #include "rbstring.h"
 
 #include <emmintrin.h>
+#include <tmmintrin.h>
 
 #include <algorithm>
 #include <array>
@@ -149,6 +150,111 @@ size_t validRunEnd(const uint8_t* p, size_t i, size_t n) {
     return runEnd;
 }
 
+// Whole-buffer validation, 16 bytes a step, for the common case of valid text: the lookup
+// method of Keiser and Lemire. Three 16-entry tables, indexed by the high and low nibble of
+// each byte's predecessor and the high nibble of the byte, give the set of errors the pair
+// could be; their intersection is the set it is. Lengths beyond two bytes are checked by
+// requiring a continuation wherever a lead two or three bytes back asks for one. It accepts
+// exactly the well-formed sequences of the Unicode table above, so a buffer it rejects is
+// scanned again by the state machine, which finds where the valid part ends.
+enum : uint8_t {
+    kTooShort = 1 << 0,   // lead followed by a lead or ASCII
+    kTooLong = 1 << 1,    // ASCII followed by a continuation
+    kOverlong3 = 1 << 2,  // E0 80..9F
+    kTooLarge = 1 << 3,   // F4 90..BF, F5..FF
+    kSurrogate = 1 << 4,  // ED A0..BF
+    kOverlong2 = 1 << 5,  // C0, C1
+    kTooLarge1000 = 1 << 6,
+    kOverlong4 = 1 << 6,  // F0 80..8F
+    kTwoConts = 1 << 7,   // continuation after continuation (fine inside 3- and 4-byte forms)
+    kCarry = kTooShort | kTooLong | kTwoConts,
+};
+
+__attribute__((target("ssse3"))) __m128i lookup(__m128i table, __m128i nibbles) {
+    return _mm_shuffle_epi8(table, nibbles);
+}
+
+__attribute__((target("ssse3"))) __m128i highNibbles(__m128i v) {
+    return _mm_and_si128(_mm_srli_epi16(v, 4), _mm_set1_epi8(0x0F));
+}
+
+__attribute__((target("ssse3"))) __m128i blockErrors(__m128i input, __m128i previous) {
+    const __m128i byte1High =
+        _mm_setr_epi8(kTooLong, kTooLong, kTooLong, kTooLong, kTooLong, kTooLong, kTooLong,
+                      kTooLong, kTwoConts, kTwoConts, kTwoConts, kTwoConts, kTooShort | kOverlong2,
+                      kTooShort, kTooShort | kOverlong3 | kSurrogate,
+                      char(kTooShort | kTooLarge | kTooLarge1000 | kOverlong4));
+    const __m128i byte1Low = _mm_setr_epi8(
+        char(kCarry | kOverlong3 | kOverlong2 | kOverlong4), char(kCarry | kOverlong2),
+        char(kCarry), char(kCarry), char(kCarry | kTooLarge),
+        char(kCarry | kTooLarge | kTooLarge1000), char(kCarry | kTooLarge | kTooLarge1000),
+        char(kCarry | kTooLarge | kTooLarge1000), char(kCarry | kTooLarge | kTooLarge1000),
+        char(kCarry | kTooLarge | kTooLarge1000), char(kCarry | kTooLarge | kTooLarge1000),
+        char(kCarry | kTooLarge | kTooLarge1000), char(kCarry | kTooLarge | kTooLarge1000),
+        char(kCarry | kTooLarge | kTooLarge1000 | kSurrogate),
+        char(kCarry | kTooLarge | kTooLarge1000), char(kCarry | kTooLarge | kTooLarge1000));
+    const __m128i byte2High = _mm_setr_epi8(
+        kTooShort, kTooShort, kTooShort, kTooShort, kTooShort, kTooShort, kTooShort, kTooShort,
+        char(kTooLong | kOverlong2 | kTwoConts | kOverlong3 | kTooLarge1000 | kOverlong4),
+        char(kTooLong | kOverlong2 | kTwoConts | kOverlong3 | kTooLarge),
+        char(kTooLong | kOverlong2 | kTwoConts | kSurrogate | kTooLarge),
+        char(kTooLong | kOverlong2 | kTwoConts | kSurrogate | kTooLarge), kTooShort, kTooShort,
+        kTooShort, kTooShort);
+    const __m128i prev1 = _mm_alignr_epi8(input, previous, 15);
+    const __m128i special =
+        _mm_and_si128(_mm_and_si128(lookup(byte1High, highNibbles(prev1)),
+                                    lookup(byte1Low, _mm_and_si128(prev1, _mm_set1_epi8(0x0F)))),
+                      lookup(byte2High, highNibbles(input)));
+    // Bytes that must be the third or fourth of a sequence: 111_____ two back, 1111____ three.
+    const __m128i prev2 = _mm_alignr_epi8(input, previous, 14);
+    const __m128i prev3 = _mm_alignr_epi8(input, previous, 13);
+    const __m128i must23 = _mm_or_si128(_mm_subs_epu8(prev2, _mm_set1_epi8(char(0xE0 - 0x80))),
+                                        _mm_subs_epu8(prev3, _mm_set1_epi8(char(0xF0 - 0x80))));
+    return _mm_xor_si128(_mm_and_si128(must23, _mm_set1_epi8(char(0x80))), special);
+}
+
+__attribute__((target("ssse3"))) bool wellFormedSSSE3(const uint8_t* p, size_t n) {
+    // Leads in the last three bytes of a block that need more bytes than the block has.
+    const __m128i maxValue = _mm_setr_epi8(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
+                                           char(0xF0 - 1), char(0xE0 - 1), char(0xC0 - 1));
+    __m128i previous = _mm_setzero_si128(), error = _mm_setzero_si128();
+    __m128i incomplete = _mm_setzero_si128();
+    size_t i = 0;
+    auto step = [&](__m128i input) {
+        if (_mm_movemask_epi8(input) == 0) {
+            error = _mm_or_si128(error, incomplete);  // ASCII cannot finish a sequence
+        } else {
+            error = _mm_or_si128(error, blockErrors(input, previous));
+            incomplete = _mm_subs_epu8(input, maxValue);
+        }
+        previous = input;
+    };
+    while (i + 16 <= n) {
+        step(load16(p + i));
+        i += 16;
+        // Stop early on bad data: the caller scans it again anyway.
+        if ((i & 63) == 0 &&
+            _mm_movemask_epi8(_mm_cmpeq_epi8(error, _mm_setzero_si128())) != 0xFFFF) {
+            return false;
+        }
+    }
+    if (i < n) {
+        // The tail, followed by zeros: a sequence cut off by the end fails as too short.
+        alignas(16) uint8_t tail[16] = {};
+        std::copy(p + i, p + n, tail);
+        step(load16(tail));
+    }
+    error = _mm_or_si128(error, incomplete);
+    return _mm_movemask_epi8(_mm_cmpeq_epi8(error, _mm_setzero_si128())) == 0xFFFF;
+}
+
+// True only when every byte belongs to a well-formed sequence; false may also mean that the
+// processor lacks the instructions, so callers fall back to the state machine.
+bool wholeBufferWellFormed(const uint8_t* p, size_t n) {
+    static const bool kHaveSSSE3 = __builtin_cpu_supports("ssse3");
+    return kHaveSSSE3 && wellFormedSSSE3(p, n);
+}
+
 }  // namespace
 
 size_t wellFormedSequenceLength(std::string_view bytes) {
@@ -162,11 +268,17 @@ size_t wellFormedSequenceLength(std::string_view bytes) {
 }
 
 size_t wellFormedPrefixLength(std::string_view bytes) {
-    return validRunEnd<false>(reinterpret_cast<const uint8_t*>(bytes.data()), 0, bytes.size());
+    const auto* p = reinterpret_cast<const uint8_t*>(bytes.data());
+    if (wholeBufferWellFormed(p, bytes.size())) return bytes.size();
+    return validRunEnd<false>(p, 0, bytes.size());
 }
 
 void CheckUTF8(std::string& output, std::string_view placeholder, const uint8_t* data,
                size_t length) {
+    if (wholeBufferWellFormed(data, length)) {
+        output.append(reinterpret_cast<const char*>(data), length);
+        return;
+    }
     size_t i = 0;
     while (i < length) {
         const size_t end = validRunEnd<false>(data, i, length);
@@ -273,7 +385,7 @@ REALstring CheckUTF8(const void* data, int64_t length, REALstring placeholder) {
     }
     rbText replacement(placeholder);
     std::string output;
-    output.reserve(size_t(length) + 4096);
+    ReserveLarge(output, size_t(length) + 4096);
     kxt::CheckUTF8(output, replacement.utf8(), static_cast<const uint8_t*>(data), size_t(length));
     return REALBuildUnicodeString(output, kREALTextEncodingUTF8);
 }
@@ -331,8 +443,9 @@ REALstring ReplaceNonPrintableCharactersKXT(REALstring s, RBInteger replaceValue
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         if (s == nullptr) return nullptr;
         rbData bytes(s);
+        // Every byte is written, so the buffer needs no clearing.
         std::unique_ptr<uint8_t, void (*)(void*)> buffer(
-            static_cast<uint8_t*>(AllocateClearMemory(bytes.size)), FreeMemoryNow);
+            static_cast<uint8_t*>(AllocateMemory(bytes.size)), FreeMemoryNow);
         if (!buffer) return nullptr;
         kxt::replaceNonPrintable(bytes.view(), uint8_t(replaceValue), buffer.get());
         return REALBuildUnicodeString(buffer.get(), bytes.size, kREALTextEncodingASCII);

@@ -115,7 +115,7 @@ std::string concatBytes(std::initializer_list<std::string_view> parts) {
     size_t total = 0;
     for (std::string_view p : parts) total += p.size();
     std::string out;
-    out.reserve(total);
+    ReserveLarge(out, total);
     for (std::string_view p : parts) out.append(p);
     return out;
 }
@@ -153,6 +153,11 @@ Buffer allocateClear(int64_t size) {
     return Buffer(static_cast<uint8_t*>(AllocateClearMemory(size)));
 }
 
+// For results whose every byte is written.
+Buffer allocate(int64_t size) {
+    return Buffer(static_cast<uint8_t*>(AllocateMemory(size)));
+}
+
 // The builder refuses anything longer; work that would be thrown away is skipped.
 constexpr int64_t kLongestString = 0x7FFFFFFF;
 // No machine this runs on maps a terabyte, and some allocators abort instead of failing on
@@ -168,7 +173,7 @@ REALstring maskHandler(REALstring a, REALstring b, Apply apply) {
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         rbData data(a), mask(b);
         if (data.size == 0 || mask.size == 0) return nullptr;
-        Buffer buffer = allocateClear(data.size + 5);
+        Buffer buffer = allocate(data.size);
         if (!buffer) return nullptr;
         apply(data.view(), mask.view(), buffer.get());
         return REALBuildUnicodeString(buffer.get(), data.size, kREALTextEncodingUnknown);

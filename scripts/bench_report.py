@@ -1,0 +1,298 @@
+#!/usr/bin/env python3
+"""Turns the JSON output of the benchmark programs into bench/RESULTS.md (on stdout).
+
+Benchmark names read "layer:what/input/size" (layer host, plain or anchor); the label of a
+host or plain benchmark names its anchor, which is looked up in the same program's output for
+the same input and size (memcpy, whose speed does not depend on the bytes, for any input).
+"""
+import argparse
+import datetime
+import json
+import os
+import re
+import sys
+from collections import OrderedDict
+
+SIZE_ORDER = ["1KiB", "1MiB", "16MiB", "64MiB"]
+
+
+def parse_name(name):
+    name = re.sub(r"/(min_time|iterations|repeats|real_time)[^/]*", "", name)
+    layer, rest = name.split(":", 1)
+    what, input_, size = rest.rsplit("/", 2)
+    return layer, what, input_, size
+
+
+def mib(bps):
+    return bps / (1 << 20)
+
+
+def fmt_rate(bps):
+    if bps is None:
+        return "–"
+    v = mib(bps)
+    if v >= 10000:
+        return f"{v / 1024:.1f} GiB/s"
+    if v >= 100:
+        return f"{v:.0f} MiB/s"
+    if v >= 1:
+        return f"{v:.1f} MiB/s"
+    return f"{bps / 1024:.1f} KiB/s"
+
+
+def fmt_calls(ips):
+    if ips is None:
+        return "–"
+    if ips >= 1e6:
+        return f"{ips / 1e6:.2f} M/s"
+    if ips >= 1e3:
+        return f"{ips / 1e3:.1f} k/s"
+    return f"{ips:.2f} /s"
+
+
+def fmt_ratio(r):
+    if r is None:
+        return "–"
+    if r >= 100:
+        return f"{r:.0f}"
+    if r >= 10:
+        return f"{r:.1f}"
+    return f"{r:.2f}"
+
+
+class Result:
+    def __init__(self, program, b):
+        self.program = program
+        self.layer, self.what, self.input, self.size = parse_name(b["name"])
+        self.error = b.get("error_message") if b.get("error_occurred") else None
+        self.bps = b.get("bytes_per_second") or None
+        self.ips = b.get("items_per_second")
+        self.anchor = b.get("label") or ""
+        self.cpu_time = b.get("cpu_time")
+        self.time_unit = b.get("time_unit")
+        self.iterations = b.get("iterations")
+        self.peak = b.get("peak_heap_bytes")
+
+
+def load(paths):
+    results, contexts = [], {}
+    for path in paths:
+        program = os.path.basename(path).rsplit(".", 1)[0]
+        with open(path) as f:
+            data = json.load(f)
+        contexts[program] = data.get("context", {})
+        for b in data.get("benchmarks", []):
+            if b.get("run_type", "iteration") != "iteration":
+                continue
+            results.append(Result(program, b))
+    return results, contexts
+
+
+def find_anchor(index, r):
+    if not r.anchor:
+        return None
+    for key in [(r.program, r.anchor, r.input, r.size), (r.program, r.anchor, "bytes", r.size)]:
+        if key in index:
+            return index[key]
+    return None
+
+
+def ratio(r, a):
+    if a is None or r.error or a.error:
+        return None
+    if r.bps and a.bps:
+        return r.bps / a.bps
+    if r.ips and a.ips:
+        return r.ips / a.ips
+    return None
+
+
+# ---- Targets -----------------------------------------------------------------------------------
+
+LINEAR_METHODS = [
+    "EncodingToURLKXT", "DecodingFromURLKXT", "EncodingToHexKXT", "DecodingFromHexKXT",
+    "_yDecodeStringKXT", "_yDecodeMemoryKXT", "StringANDKXT", "StringORKXT", "StringXORKXT",
+    "StringXOR2KXT", "ReplaceNonPrintableCharactersKXT", "IsASCIIStringKXT",
+    "ReplaceLineEndingsKXT", "CheckUTF8KXT", "InStrBytesKXT", "InStrByteRangeKXT",
+    "CountOccurancesKXT",
+]
+
+
+def base_method(what):
+    return what.split("(", 1)[0]
+
+
+def targets(results, index):
+    rows = []
+
+    def add(group, r, need, note=""):
+        a = find_anchor(index, r)
+        q = ratio(r, a)
+        ok = None if q is None else q >= need
+        rows.append((group, r, a, q, need, ok, note))
+
+    for r in results:
+        if r.layer != "host" or r.size != "64MiB":
+            continue
+        m = base_method(r.what)
+        if m in LINEAR_METHODS:
+            if m == "CheckUTF8KXT" and r.input != "multilingual":
+                continue  # the target is for valid UTF-8
+            if r.input.startswith("periodic"):
+                continue  # a worst case for the search, not a realistic input
+            add("linear byte transform vs memcpy, end to end, 64 MiB", r, 0.25)
+    for r in results:
+        if r.size == "64MiB" and r.anchor.startswith("icu-") and r.layer in ("host", "plain"):
+            add("composition / decomposition vs ICU", r, 1.0)
+    for r in results:
+        if r.size == "64MiB" and r.anchor.startswith("iconv-") and r.layer in ("host", "plain"):
+            add("ISO-8859-1 / Windows-1252 vs iconv", r, 1.0)
+    for r in results:
+        if r.size == "2000cp" and r.anchor == "full-matrix":
+            add("Levenshtein vs the full matrix, 2,000 code points", r, 50.0)
+    return rows
+
+
+# ---- Output ------------------------------------------------------------------------------------
+
+
+def cpu_model():
+    try:
+        with open("/proc/cpuinfo") as f:
+            for line in f:
+                if line.startswith("model name"):
+                    return line.split(":", 1)[1].strip()
+    except OSError:
+        pass
+    return "unknown"
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("--load-start", default="?")
+    ap.add_argument("--load-end", default="?")
+    ap.add_argument("--seconds", type=int, default=0)
+    ap.add_argument("json", nargs="+")
+    args = ap.parse_args()
+
+    results, contexts = load(args.json)
+    index = {}
+    for r in results:
+        if r.layer == "anchor":
+            index[(r.program, r.what, r.input, r.size)] = r
+
+    ctx = next(iter(contexts.values()), {})
+    date = ctx.get("date", datetime.datetime.now().isoformat())
+    out = []
+    w = out.append
+    w("# Benchmark results")
+    w("")
+    w("Written by `scripts/bench.sh` (Google Benchmark, one program per family under `bench/`,")
+    w("each with one emulated host created once). Regenerate with `scripts/bench.sh` on a quiet")
+    w("machine.")
+    w("")
+    w("| | |")
+    w("|---|---|")
+    w(f"| date | {date} |")
+    w(f"| machine | {os.cpu_count()} cores (`nproc` {os.sysconf('SC_NPROCESSORS_ONLN')}), "
+      f"{cpu_model()}, {ctx.get('mhz_per_cpu', '?')} MHz |")
+    w(f"| load average (1, 5, 15 min) | at start {args.load_start}; at end {args.load_end} |")
+    w(f"| build | {ctx.get('library_build_type', '?')} libbenchmark; plugin RelWithDebInfo (-O2), "
+      f"as shipped |")
+    w(f"| run time | {args.seconds // 60} min {args.seconds % 60} s |")
+    w("")
+    w("**How to read.** *host* rows call the registered method by name through the emulated host")
+    w("(argument strings made once, outside the timing; result strings made and released in")
+    w("every call, as in Xojo); *plain* rows call the function beneath; *anchor* rows are the")
+    w("references, measured in the same program run. Throughput is input bytes per second")
+    w("(MiB = 2^20 bytes); for the distances, 4 bytes per code point of both operands. *Ratio* is")
+    w("throughput over the anchor's on the same input and size (above 1 is faster). Sizes are")
+    w("the input's; derived inputs (encoded text) are cut to that size.")
+    w("")
+
+    rows = targets(results, index)
+    w("## Targets")
+    w("")
+    w("| target | benchmark | input | throughput | anchor | anchor throughput | ratio | needed | met |")
+    w("|---|---|---|---|---|---|---|---|---|")
+    for group, r, a, q, need, ok, note in rows:
+        met = "n/a" if ok is None else ("yes" if ok else "**no**")
+        w(f"| {group} | {r.layer}: `{r.what}` | {r.input} {r.size} | {fmt_rate(r.bps)} | "
+          f"{r.anchor} | {fmt_rate(a.bps if a else None)} | {fmt_ratio(q)} | {need:g} | {met} |")
+    missed = [row for row in rows if row[5] is False]
+    w("")
+    w(f"{len(rows) - len(missed)} of {len(rows)} target rows met.")
+    w("")
+    memcpy = index.get(("text", "memcpy", "bytes", "64MiB"))
+    fresh = index.get(("text", "fresh-buffer", "bytes", "64MiB"))
+    if memcpy and fresh and memcpy.bps and fresh.bps:
+        w("**What an end-to-end call pays besides its work.** A method that returns a new string")
+        w("writes its result into plugin memory and the host copies it into a host string (the")
+        w("plugin interface has no way to write into a host string), so each result byte is")
+        w("written twice, into memory that is often freshly mapped. Writing a fresh 64 MiB buffer")
+        w(f"ran at {fmt_rate(fresh.bps)} in this run ({fresh.bps / memcpy.bps:.2f} of memcpy into")
+        w("mapped memory; this machine is a virtual machine, where first touches are costly). The")
+        w("plugin and the emulated host ask for transparent huge pages for blocks of 4 MiB and more,")
+        w("and the host reuses freed large blocks, which removes most of that cost; what remains is")
+        w("the copy and the plugin's own fresh result. Methods that read or return UTF-16/UTF-32")
+        w("also pay the host's conversion from and to the UTF-8 of the argument and result.")
+        w("")
+
+    # The curve of every benchmark over its sizes.
+    groups = OrderedDict()
+    for r in results:
+        groups.setdefault((r.program, r.layer, r.what, r.input), {})[r.size] = r
+    sizes_seen = [s for s in SIZE_ORDER if any(s in g for g in groups.values())]
+    w("## Every benchmark")
+    w("")
+    w("Throughput per input size; *64M/1M* is the cost per byte at 64 MiB over that at 1 MiB")
+    w("(about 1 when the cost grows with the input; the 1 MiB input often still sits in the")
+    w("cache, so values up to 2 to 3 are the price of main memory, not of the algorithm). The")
+    w("ratio is taken at the largest size. Work of fixed size (number formatting, byte-order")
+    w("marks) and the distances, whose sizes are counted in code points, follow in a second")
+    w("table per program.")
+    programs = OrderedDict()
+    for key, by_size in groups.items():
+        programs.setdefault(key[0], []).append((key, by_size))
+    for prog, entries in programs.items():
+        w("")
+        w(f"### {prog}_bench")
+        sized = [(k, v) for k, v in entries if any(s in v for s in sizes_seen)]
+        other = [(k, v) for k, v in entries if not any(s in v for s in sizes_seen)]
+        if sized:
+            w("")
+            w("| benchmark | input | " + " | ".join(sizes_seen) + " | 64M/1M | anchor | ratio |")
+            w("|---|---|" + "---|" * len(sizes_seen) + "---|---|---|")
+        for (_, layer, what, input_), by_size in sized:
+            cells = []
+            for s in sizes_seen:
+                r = by_size.get(s)
+                cells.append("–" if r is None else (f"error: {r.error}" if r.error else
+                                                     fmt_rate(r.bps) if r.bps else fmt_calls(r.ips)))
+            growth = None
+            r1, r64 = by_size.get("1MiB"), by_size.get("64MiB")
+            if r1 and r64 and r1.bps and r64.bps and not r1.error and not r64.error:
+                growth = r1.bps / r64.bps
+            last = by_size[[s for s in sizes_seen if s in by_size][-1]]
+            a = find_anchor(index, last)
+            flag = "**" if growth is not None and growth > 3 else ""
+            growth_text = f"{flag}{growth:.2f}{flag}" if growth is not None else "–"
+            w(f"| {layer}: `{what}` | {input_} | " + " | ".join(cells) +
+              f" | {growth_text} | {last.anchor or ''} | {fmt_ratio(ratio(last, a))} |")
+        if other:
+            w("")
+            w("| benchmark | input | size | throughput | calls | anchor | ratio | peak heap |")
+            w("|---|---|---|---|---|---|---|---|")
+        for (_, layer, what, input_), by_size in other:
+            for size, r in by_size.items():
+                a = find_anchor(index, r)
+                value = f"error: {r.error}" if r.error else fmt_rate(r.bps)
+                peak = "–" if r.peak is None else f"{r.peak / 1024:.0f} KiB"
+                w(f"| {layer}: `{what}` | {input_} | {size} | {value} | {fmt_calls(r.ips)} | "
+                  f"{r.anchor or ''} | {fmt_ratio(ratio(r, a))} | {peak} |")
+    w("")
+    sys.stdout.write("\n".join(out) + "\n")
+
+
+if __name__ == "__main__":
+    main()
