@@ -124,6 +124,14 @@ TEST(Hexstring, GivesNothingWhenTheDumpCouldNotBeAHostString) {
     EXPECT_EQ(kxt::hexstring("A", layout(2, 1 << 30, "", "", "")), "");  // 2^31 characters
 }
 
+TEST(Hexstring, NilPartsAreEmpty) {
+    // Views of nil host strings carry no data pointer (found by fuzzing under UBSan).
+    kxt::HexLayout l;
+    l.hexlen = 2;
+    l.linelen = 2;
+    EXPECT_EQ(kxt::hexstring("ABC", l), "414243" "00");
+}
+
 // The dump as first described: the hex text padded linelen x hexlen times with the filler,
 // lines read from it, and the result cut at (padded length / G) x line size.
 std::string referenceHexstring(std::string_view in, const kxt::HexLayout& l) {

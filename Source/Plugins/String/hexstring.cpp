@@ -46,6 +46,7 @@ std::string hexstring(std::string_view input, const HexLayout& layout) {
     std::string out = NewLargeString(size_t(lines * lineSize));
     char* w = out.data();
     auto put = [&](std::string_view s) {
+        if (s.empty()) return;  // a nil argument's view has no data pointer
         memcpy(w, s.data(), s.size());
         w += s.size();
     };
