@@ -30,9 +30,10 @@ constexpr size_t kLargeBlock = 2 * kHugePage;
 // Large blocks in use (start -> usable size), and freed ones kept for reuse. A program that
 // makes one big result after another then maps fresh memory once instead of every time, as
 // the allocator already does for blocks below its mapping threshold (32 MiB at most); what is
-// kept is bounded and given back when the host goes.
-std::unordered_map<void*, size_t> gLargeInUse;
-std::vector<std::pair<void*, size_t>> gKept;
+// kept is bounded and given back when the host goes. Never destroyed themselves: a Host may be
+// going away while static objects are destroyed at exit.
+auto& gLargeInUse = *new std::unordered_map<void*, size_t>;
+auto& gKept = *new std::vector<std::pair<void*, size_t>>;
 size_t gKeptBytes = 0;
 constexpr size_t kKeepBlocks = 6;
 constexpr size_t kKeepBytes = size_t(768) << 20;
