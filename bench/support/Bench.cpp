@@ -50,7 +50,7 @@ double timeScale() {
 
 double minTimeFor(size_t size) {
     // Enough calls for a stable figure on small inputs; a few calls on 64 MiB.
-    return (size >= 16 * MiB ? 0.25 : size >= MiB ? 0.1 : 0.05) * timeScale();
+    return (size >= 16 * MiB ? 0.5 : size >= MiB ? 0.1 : 0.05) * timeScale();
 }
 
 }  // namespace
