@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 void* AllocateClearMemory(int64_t size);  // zeroed; none for a size below 1
 void* AllocateMemory(int64_t size);       // not cleared; none for a size below 1
@@ -18,6 +19,13 @@ void AdviseHugePages(void* p, size_t n);
 void ReserveLarge(std::string& s, size_t capacity);
 // A string of `size` zero bytes, reserved as above.
 std::string NewLargeString(size_t size);
+// Reserves a vector's capacity the same way.
+template <typename T>
+void ReserveLarge(std::vector<T>& v, size_t capacity) {
+    const bool fresh = v.capacity() < capacity;
+    v.reserve(capacity);
+    if (fresh) AdviseHugePages(v.data(), v.capacity() * sizeof(T));
+}
 void FreeMemoryNow(void* p);
 void ClearMemory(void* p, int64_t n);
 

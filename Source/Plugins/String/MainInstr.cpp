@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "MyMemory.h"
 #include "REALplugin.h"
 #include "rbData.h"
 #include "rbDebug.h"
@@ -245,7 +246,9 @@ bool containsWholeWord(std::string_view text, std::string_view word) {
     // occurrence is the full length of word all the same.
     const size_t searchable = std::min(text.find('\0'), text.size());
     std::string needle(word.substr(0, std::min(word.find('\0'), word.size())));
-    std::string haystack(text.substr(0, searchable));
+    std::string haystack;
+    ReserveLarge(haystack, searchable);
+    haystack.assign(text.substr(0, searchable));
     asciiLowerInPlace(needle);
     asciiLowerInPlace(haystack);
 

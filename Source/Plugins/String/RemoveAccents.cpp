@@ -1,5 +1,6 @@
 #include "RemoveAccents.h"
 
+#include "MyMemory.h"
 #include "UnicodeTables.h"
 #include "rbException.h"
 #include "rbText.h"
@@ -83,7 +84,7 @@ void AddText(std::vector<uint16_t>& output, const char* text) {
 
 std::vector<uint16_t> removeAccentsUTF16(std::span<const uint16_t> text, bool ignoreCase) {
     std::vector<uint16_t> out;
-    out.reserve(text.size() + 1000);
+    ReserveLarge(out, text.size() + 1000);
     for (const uint16_t c : text) {
         if (c < kFirstSpecial) {
             out.push_back(AccentTable[c]);

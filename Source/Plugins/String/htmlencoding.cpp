@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "MyMemory.h"
 #include "REALplugin.h"
 #include "rbData.h"
 #include "rbException.h"
@@ -203,7 +204,7 @@ int stringcompare(const char* name, const uint32_t* text, long n) {
 std::string encodeHTML(std::span<const uint32_t> text, bool plain) {
     if (!text.empty() && (text[0] == 0xFEFF || text[0] == 0xFFFE)) text = text.subspan(1);
     std::string out;
-    out.reserve(text.size() * 4 + 4096);
+    ReserveLarge(out, text.size() * 4 + 4096);
     for (uint32_t c : text) {
         if (c == 39 && !plain) {
             // The numeric form: "&apos;" is not HTML 4.01.
@@ -229,7 +230,7 @@ std::vector<uint32_t> decodeHTML(std::span<const uint32_t> text) {
     if (!text.empty() && (text[0] == 0xFEFF || text[0] == 0xFFFE)) text = text.subspan(1);
     const size_t count = text.size();
     std::vector<uint32_t> out;
-    out.reserve(count);  // references only ever shrink
+    ReserveLarge(out, count);  // references only ever shrink
     size_t i = 0;
     while (i < count) {
         const uint32_t c = text[i];

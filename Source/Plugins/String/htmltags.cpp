@@ -1,5 +1,6 @@
 #include "htmltags.h"
 
+#include "MyMemory.h"
 #include "rbException.h"
 #include "rbText.h"
 #include "rbUtil.h"
@@ -16,7 +17,7 @@ bool isASCIILetter(char c) {
 
 std::string removeHTMLTags(std::string_view text, std::string_view replacement) {
     std::string out;
-    out.reserve(text.size() + 10);
+    ReserveLarge(out, text.size() + 10);
     int64_t depth = 0;
     bool inQuote = false;
     for (size_t i = 0; i < text.size(); ++i) {

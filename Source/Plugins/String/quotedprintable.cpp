@@ -1,5 +1,7 @@
 #include "quotedprintable.h"
 
+#include "MyMemory.h"
+
 namespace kxt {
 
 namespace {
@@ -27,7 +29,7 @@ EncodeData::EncodeData(std::string_view input, int32_t lineLength)
     : input_(reinterpret_cast<const uint8_t*>(input.data())),
       length_(input.size()),
       lineLength_(lineLength) {
-    output.reserve(input.size() + 1024);
+    ReserveLarge(output, input.size() + 1024);
 }
 
 int EncodeData::GETC() {

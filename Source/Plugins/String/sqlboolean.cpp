@@ -1,5 +1,6 @@
 #include "sqlboolean.h"
 
+#include "MyMemory.h"
 #include "rbException.h"
 #include "rbText.h"
 #include "rbUtil.h"
@@ -24,7 +25,7 @@ bool matchesWord(std::string_view sql, size_t p, std::string_view word) {
 
 std::string sqlReplaceBoolean(std::string_view sql) {
     std::string out;
-    out.reserve(sql.size() + 10);
+    ReserveLarge(out, sql.size() + 10);
     bool inSingle = false, inDouble = false;
     int64_t tokenPos = 0;
     for (size_t p = 0; p < sql.size(); ++p) {

@@ -27,7 +27,7 @@ bool subjectNeedsEncoding(std::string_view utf8) {
 
 std::string encodeEmailSubject(std::string_view utf8) {
     std::string out;
-    out.reserve(utf8.size() * 2 + 20);
+    ReserveLarge(out, utf8.size() * 2 + 20);
     // One encoded word however long the subject: no 75-character limit, no splitting.
     out += "=?utf-8?Q?";
     for (unsigned char b : utf8) {

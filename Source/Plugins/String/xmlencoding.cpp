@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "MyMemory.h"
 #include "REALplugin.h"
 #include "rbData.h"
 #include "rbException.h"
@@ -51,7 +52,7 @@ std::vector<uint32_t> encodeXML(std::span<const uint32_t> text, RBInteger option
         }
     }
     std::vector<uint32_t> out;
-    out.reserve(size);
+    ReserveLarge(out, size);
     auto append = [&out](std::string_view ascii) {
         for (char a : ascii) out.push_back(uint32_t(a));
     };
