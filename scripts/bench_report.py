@@ -182,7 +182,9 @@ def main():
             index[(r.program, r.what, r.input, r.size)] = r
 
     ctx = next(iter(contexts.values()), {})
-    date = ctx.get("date", datetime.datetime.now().isoformat())
+    # The run started with its first program.
+    dates = sorted(c["date"] for c in contexts.values() if c.get("date"))
+    date = dates[0] if dates else datetime.datetime.now().isoformat()
     out = []
     w = out.append
     w("# Benchmark results")
