@@ -21,7 +21,10 @@ namespace xhost {
 
 namespace {
 
+// The active host: the one whose plugin copy is running, and whose state the resolver and the
+// services use. Several hosts may be alive; each call activates its own.
 Host* gCurrent = nullptr;
+std::vector<Host*> gLive;
 uint64_t gHostSerials = 0;
 
 bool isHidden(std::string_view name) {
@@ -347,6 +350,12 @@ CallResult invoke(Host::State& st, REALproc function, const std::vector<std::str
     for (size_t i = 0; i < n; ++i) {
         const std::string& t = types[i];
         const Value& v = args[i];
+        // A handle made while another host was active means nothing to this host's plugin copy.
+        if (!v.isNil() && v.type() != Value::Type::Ptr && HostAccess::owner(v) != 0 &&
+            HostAccess::owner(v) != st.hostSerial) {
+            throw std::invalid_argument("argument " + std::to_string(i + 1) +
+                                        " belongs to another host");
+        }
         ffiTypes[i] = ffiType(t);
         if (t == "Integer") {
             slots[i].i = v.asInteger();
@@ -464,6 +473,13 @@ Host::State* currentState() {
     return gCurrent ? HostAccess::state(*gCurrent) : nullptr;
 }
 
+Host::State* liveState(uint64_t hostSerial) {
+    for (Host* h : gLive) {
+        if (HostAccess::state(*h)->hostSerial == hostSerial) return HostAccess::state(*h);
+    }
+    return nullptr;
+}
+
 void* resolve(const char* name) {
     if (gCurrent == nullptr || name == nullptr || isHidden(name)) return nullptr;
     auto it = serviceTable().find(name);
@@ -473,10 +489,10 @@ void* resolve(const char* name) {
 // ---- Host -------------------------------------------------------------------------------------
 
 Host::Host(HostOptions options) : options_(std::move(options)) {
-    if (gCurrent != nullptr) throw std::logic_error("only one xhost::Host may be alive at a time");
     copyPath_ = copyPluginFile(options_.pluginPath);
     state_ = new State;
     state_->hostSerial = ++gHostSerials;
+    Host* previous = gCurrent;
     gCurrent = this;
     library_ = dlopen(copyPath_.c_str(), RTLD_NOW | RTLD_LOCAL | kKeepPluginMapped);
     void* entry = library_ ? dlsym(library_, "REALPluginMain") : nullptr;
@@ -484,7 +500,7 @@ Host::Host(HostOptions options) : options_(std::move(options)) {
         std::string why = library_ ? "the plugin exports no REALPluginMain" : dlerror();
         if (library_) dlclose(library_);
         ::unlink(copyPath_.c_str());
-        gCurrent = nullptr;
+        gCurrent = previous;
         delete state_;
         throw std::runtime_error("cannot load " + options_.pluginPath + ": " + why);
     }
@@ -494,18 +510,29 @@ Host::Host(HostOptions options) : options_(std::move(options)) {
         unlockObject(*state_, state_->pending);
         state_->pending = nullptr;
     }
+    gLive.push_back(this);
 }
 
 Host::~Host() {
+    gCurrent = this;  // whatever the plugin copy does while it unloads concerns this host
     if (library_ != nullptr) dlclose(library_);
     ::unlink(copyPath_.c_str());
     freeEverything(*state_);
     delete state_;
-    gCurrent = nullptr;
+    gLive.erase(std::find(gLive.begin(), gLive.end(), this));
+    gCurrent = gLive.empty() ? nullptr : gLive.back();
 }
 
 Host* Host::current() {
     return gCurrent;
+}
+
+void Host::activate() {
+    gCurrent = this;
+}
+
+void Host::setFailMemoryBlocks(bool fail) {
+    options_.failMemoryBlocks = fail;
 }
 
 const std::vector<RegisteredModule>& Host::modules() const {
@@ -535,6 +562,7 @@ std::vector<const RegisteredMethod*> Host::overloads(std::string_view name) cons
 }
 
 CallResult Host::call(std::string_view name, const std::vector<Value>& args) {
+    activate();
     auto candidates = overloads(name);
     if (candidates.empty()) {
         throw std::invalid_argument("no method named " + std::string(name) + " is registered");
@@ -559,6 +587,7 @@ CallResult Host::call(std::string_view name, const std::vector<Value>& args) {
 }
 
 CallResult Host::callMethod(const RegisteredMethod& method, const std::vector<Value>& args) {
+    activate();
     if (!method.parseError.empty()) throw std::invalid_argument(method.parseError);
     const Declaration& d = method.declaration;
     if (!fitOf(d, args).ok) {
@@ -573,6 +602,7 @@ CallResult Host::callMethod(const RegisteredMethod& method, const std::vector<Va
 }
 
 CallResult Host::getRTF(const Value& styledText, bool skipParagraphs) {
+    activate();
     if (const RegisteredMethod* m = findExtension(*this, false)) {
         std::vector<std::string> types = typesOf(m->declaration);
         types.insert(types.begin(), "StyledText");
@@ -589,6 +619,7 @@ CallResult Host::getRTF(const Value& styledText, bool skipParagraphs) {
 }
 
 CallResult Host::setRTF(const Value& styledText, const Value& rtf, bool skipParagraphs) {
+    activate();
     if (const RegisteredMethod* m = findExtension(*this, true)) {
         std::vector<std::string> types = typesOf(m->declaration);
         types.insert(types.begin(), "StyledText");
@@ -606,6 +637,7 @@ CallResult Host::setRTF(const Value& styledText, const Value& rtf, bool skipPara
 }
 
 bool Host::setDebugging(bool on) {
+    activate();
     const RegisteredProperty* p = findDebugging(*this);
     if (p == nullptr || p->setter == nullptr) return false;
     reinterpret_cast<void (*)(RBBoolean)>(p->setter)(on);
@@ -613,6 +645,7 @@ bool Host::setDebugging(bool on) {
 }
 
 std::optional<bool> Host::debugging() {
+    activate();
     const RegisteredProperty* p = findDebugging(*this);
     if (p == nullptr || p->getter == nullptr) return std::nullopt;
     return reinterpret_cast<RBBoolean (*)()>(p->getter)();
@@ -621,6 +654,7 @@ std::optional<bool> Host::debugging() {
 // ---- Objects for tests ------------------------------------------------------------------------
 
 Value Host::newObject(const std::string& className) {
+    activate();
     Object* o = xhost::newObject(*state_, className);
     if (o == nullptr) throw std::invalid_argument("the host has no class " + className);
     Value::Type type =
@@ -629,6 +663,7 @@ Value Host::newObject(const std::string& className) {
 }
 
 Value Host::newStyledText(const std::vector<RunSpec>& runs) {
+    activate();
     Value text = newObject("StyledText");
     Object* t = liveObject(*state_, text.objectHandle());
     for (const RunSpec& spec : runs) {
@@ -663,6 +698,7 @@ Object* styledTextOf(Host::State& st, const Value& v) {
 }  // namespace
 
 std::vector<RunSpec> Host::styleRuns(const Value& styledText) {
+    activate();
     Object* t = styledTextOf(*state_, styledText);
     std::vector<RunSpec> out;
     for (Object* run : t->runs) {
@@ -684,10 +720,12 @@ std::vector<RunSpec> Host::styleRuns(const Value& styledText) {
 }
 
 std::vector<ParagraphSpec> Host::paragraphs(const Value& styledText) {
+    activate();
     return paragraphsOf(*state_, styledTextOf(*state_, styledText));
 }
 
 void Host::setParagraphAlignment(const Value& styledText, int64_t index, int64_t alignment) {
+    activate();
     Object* t = styledTextOf(*state_, styledText);
     if (index < 0 || index >= static_cast<int64_t>(paragraphsOf(*state_, t).size())) {
         throw std::invalid_argument("no paragraph " + std::to_string(index));
@@ -762,6 +800,7 @@ void* Host::resolve(const char* name) {
 }
 
 std::optional<RaisedException> Host::runAsCall(const std::function<void()>& body) {
+    activate();
     State& st = *state_;
     if (st.pending != nullptr) unlockObject(st, st.pending);
     st.pending = nullptr;

@@ -87,10 +87,13 @@ struct Host::State {
 struct HostAccess {
     static Host::State* state(Host& h) { return h.state_; }
     static const Host::State* state(const Host& h) { return h.state_; }
+    static uint64_t owner(const Value& v) { return v.host_; }
 };
 
-// The current host's state, or null when no host is alive.
+// The active host's state, or null when no host is alive.
 Host::State* currentState();
+// The state of the live host with this serial, active or not; null when it is gone.
+Host::State* liveState(uint64_t hostSerial);
 
 // Memory for string blocks and MemoryBlock contents, released with freeBlock. Large blocks are
 // aligned and asked for transparent huge pages: the first touch of a big result then maps 2 MiB

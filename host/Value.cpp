@@ -51,10 +51,10 @@ Host::State& requireState() {
 
 }  // namespace
 
-// The state of the host that owns a Value's handle, or null when that host is gone.
+// The state of the host that owns a Value's handle (active or not), or null when that host is
+// gone.
 static Host::State* ownerState(uint64_t host) {
-    Host::State* st = currentState();
-    return st != nullptr && st->hostSerial == host ? st : nullptr;
+    return liveState(host);
 }
 
 Value Value::string(std::string_view bytes, uint32_t encoding) {

@@ -1,8 +1,11 @@
 // The emulated Xojo host: loads the plugin as Xojo does (resolver, registration) and calls its
 // methods through their declared signatures. Tests, the kxt tool, benchmarks and fuzzers use it.
 //
-// One Host is live at a time in a process. Each Host loads a fresh copy of the plugin file, so
-// the plugin's process-wide state (cached host functions, Debugging, tables) starts clean.
+// Each Host loads a fresh copy of the plugin file, so the plugin's process-wide state (cached
+// host functions, Debugging, tables) starts clean. Several Hosts may be alive at once; one is
+// active: the one the resolver and the host services answer for. A new Host is active, and every
+// call through a Host activates it first, so each reaches its own plugin copy and bookkeeping.
+// Values made with Value::string and friends belong to the active Host.
 #pragma once
 
 #include <cstdint>
@@ -154,8 +157,11 @@ class Host {
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
 
-    static Host* current();
+    static Host* current();  // the active host
+    void activate();         // makes this host the active one
     const HostOptions& options() const { return options_; }
+    // A live switch for HostOptions::failMemoryBlocks.
+    void setFailMemoryBlocks(bool fail);
 
     // What the plugin registered.
     const std::vector<RegisteredModule>& modules() const;
