@@ -24,7 +24,8 @@ namespace {
 // The active host: the one whose plugin copy is running, and whose state the resolver and the
 // services use. Several hosts may be alive; each call activates its own.
 Host* gCurrent = nullptr;
-std::vector<Host*> gLive;
+// Never destroyed: hosts held in statics are destroyed at exit, after this file's globals.
+std::vector<Host*>& gLive = *new std::vector<Host*>;
 uint64_t gHostSerials = 0;
 
 bool isHidden(std::string_view name) {
