@@ -1,0 +1,186 @@
+// The HTML and XML converters on any text. The input's first byte picks what is checked; the
+// rest is read as UTF-32 code points (four bytes each, any value) or as bytes widened to code
+// points, so both entity-shaped text and arbitrary code points come up.
+//  - decoding any text is safe, never lengthens the text, and leaves text without "&" alone;
+//  - the HTML encoder equals a plain table scan, in both modes;
+//  - HTML-decoding the HTML encoding gives the text back, except for the three code points whose
+//    names an earlier name shadows (the decoder matches names by prefix) and what the encoder
+//    drops (controls, a leading byte order mark);
+//  - the same for the XML encoding with either apostrophe, for every code point.
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "htmlencoding.h"
+#include "xmlencoding.h"
+
+namespace {
+
+using Text = std::vector<uint32_t>;
+
+[[noreturn]] void fail(const char* what, const Text& in) {
+    fprintf(stderr, "markup_fuzz: %s; input code points:", what);
+    for (uint32_t c : in) fprintf(stderr, " %X", c);
+    fprintf(stderr, "\n");
+    abort();
+}
+
+Text widen(std::string_view s) {
+    return Text(s.begin(), s.end());
+}
+
+bool isDroppedControl(uint32_t c) {
+    return c < 32 && c != 9 && c != 10 && c != 13;
+}
+
+bool isByteOrderMark(uint32_t c) {
+    return c == 0xFEFF || c == 0xFFFE;
+}
+
+// What the encoders keep of a text: no leading byte order mark, no dropped controls.
+Text kept(const Text& in) {
+    Text out;
+    for (size_t i = 0; i < in.size(); ++i) {
+        if (i == 0 && isByteOrderMark(in[0])) continue;
+        if (!isDroppedControl(in[i])) out.push_back(in[i]);
+    }
+    return out;
+}
+
+std::string referenceEncodeHTML(const Text& in, bool plain) {
+    const auto& table = kxt::HTMLEntityTable;
+    std::string out;
+    for (size_t i = 0; i < in.size(); ++i) {
+        const uint32_t c = in[i];
+        if (i == 0 && isByteOrderMark(c)) continue;
+        if (c == 39 && !plain) {
+            out += "&#39;";
+            continue;
+        }
+        size_t k = 0;
+        if (plain) {
+            while (table[k].code != 0 && table[k].code < 128) ++k;
+        }
+        while (table[k].code != 0 && table[k].code != c) ++k;
+        if (table[k].code != 0) {
+            out += '&' + std::string(table[k].name) + ';';
+        } else if (c > 127) {
+            out += "&#" + std::to_string(int32_t(c)) + ';';
+        } else if (!isDroppedControl(c)) {
+            out += char(c);
+        }
+    }
+    return out;
+}
+
+Text referenceEncodeXML(const Text& in, bool namedApostrophe) {
+    Text out;
+    auto append = [&](const char* s) {
+        while (*s) out.push_back(uint8_t(*s++));
+    };
+    for (size_t i = 0; i < in.size(); ++i) {
+        const uint32_t c = in[i];
+        if (i == 0 && isByteOrderMark(c)) continue;
+        switch (c) {
+            case 34:
+                append("&quot;");
+                break;
+            case 38:
+                append("&amp;");
+                break;
+            case 39:
+                append(namedApostrophe ? "&apos;" : "&#39;");
+                break;
+            case 60:
+                append("&lt;");
+                break;
+            case 62:
+                append("&gt;");
+                break;
+            default:
+                if (!isDroppedControl(c)) out.push_back(c);
+        }
+    }
+    return out;
+}
+
+// Code points whose name an earlier table name shadows: sigma, or and sup.
+bool isShadowed(uint32_t c) {
+    return c == 0x03C3 || c == 0x2228 || c == 0x2283;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size == 0) return 0;
+    const uint8_t mode = data[0];
+    Text in;
+    if (mode & 1) {
+        for (size_t i = 1; i + 4 <= size; i += 4) {
+            uint32_t c;
+            memcpy(&c, data + i, 4);
+            // Mostly real code points, now and then any 32-bit value.
+            in.push_back((mode & 2) ? c : c % 0x110000);
+        }
+    } else {
+        in = widen(std::string_view(reinterpret_cast<const char*>(data) + 1, size - 1));
+    }
+
+    // Decoding: safe on anything, never longer, the identity on text without "&".
+    const Text decoded = kxt::decodeHTML(in);
+    const size_t bom = !in.empty() && isByteOrderMark(in[0]) ? 1 : 0;
+    if (decoded.size() > in.size() - bom) fail("decoding lengthened the text", in);
+    bool hasAmpersand = false;
+    for (uint32_t c : in) hasAmpersand |= c == '&';
+    if (!hasAmpersand && decoded != Text(in.begin() + long(bom), in.end())) {
+        fail("decoding changed text without references", in);
+    }
+
+    // HTML encoding against the table scan, both modes, then the round trip.
+    for (bool plain : {false, true}) {
+        if (kxt::encodeHTML(in, plain) != referenceEncodeHTML(in, plain)) {
+            fail(plain ? "plain HTML encoding differs from the table scan"
+                       : "HTML encoding differs from the table scan",
+                 in);
+        }
+    }
+    Text roundTrip;
+    for (uint32_t c : in) {
+        // Decimal references of at most seven digits fit the decoder's eight characters.
+        if (c <= 0x10FFFF && !isShadowed(c)) roundTrip.push_back(c);
+    }
+    const std::string html = kxt::encodeHTML(roundTrip, false);
+    if (kxt::decodeHTML(widen(html)) != kept(roundTrip)) {
+        fail("HTML decoding does not undo HTML encoding", roundTrip);
+    }
+
+    // XML encoding: the plain reading, and decoding undoes it for every code point.
+    for (int options : {0, 1}) {
+        const Text xml = kxt::encodeXML(in, options);
+        if (xml != referenceEncodeXML(in, options & 1)) {
+            fail("XML encoding differs from the plain reading", in);
+        }
+        // The decoder drops a leading byte order mark too, also one the encoder let through.
+        Text expected = kept(in);
+        if (!expected.empty() && isByteOrderMark(expected[0])) expected.erase(expected.begin());
+        if (kxt::decodeHTML(xml) != expected) fail("decoding does not undo XML encoding", in);
+    }
+
+    // The readiness tests agree with their definitions.
+    Text terminated = in;
+    terminated.push_back(0);
+    bool html_ready = true, xml_ready = true;
+    for (uint32_t c : in) {
+        if (c == 0) break;
+        const bool markup = c == 34 || c == 38 || c == 39 || c == 60 || c == 62;
+        if (markup || c > 127) html_ready = false;
+        if (markup) xml_ready = false;
+    }
+    if (kxt::StringIsHTMLready(terminated.data()) != html_ready) fail("HTML readiness", in);
+    if (kxt::StringIsXMLready(terminated.data()) != xml_ready) fail("XML readiness", in);
+    return 0;
+}
