@@ -134,4 +134,54 @@ TEST(CodePageProperty, EncodingUndoesDecoding) {
     }
 }
 
+// UTF-8 of BMP units, one at a time.
+std::string utf8Of(std::u16string_view units) {
+    std::string out;
+    for (char16_t u : units) {
+        if (u < 0x80) {
+            out += char(u);
+        } else if (u < 0x800) {
+            out += char(0xC0 | u >> 6);
+            out += char(0x80 | (u & 0x3F));
+        } else {
+            out += char(0xE0 | u >> 12);
+            out += char(0x80 | (u >> 6 & 0x3F));
+            out += char(0x80 | (u & 0x3F));
+        }
+    }
+    return out;
+}
+
+std::string decodeUTF8(std::string_view bytes, const kxt::CodePage& page) {
+    std::string out(kxt::decodedUTF8Room(bytes.size()), '\x55');
+    out.resize(kxt::decodeCodePageUTF8(bytes, page, out.data()));
+    return out;
+}
+
+TEST(CodePageProperty, DirectUTF8AgreesWithUTF16ThenUTF8) {
+    std::mt19937 rng(1250);
+    const std::string all = [] {
+        std::string s;
+        for (int b = 0; b < 256; ++b) s += char(b);
+        return s;
+    }();
+    for (const kxt::CodePage* page : {&kxt::ISO8859, &kxt::CP1252}) {
+        ASSERT_EQ(decodeUTF8(all, *page), utf8Of(decode(all, *page)));
+    }
+    for (int round = 0; round < 4000; ++round) {
+        // Every length up to a few blocks, at every offset into a buffer; mostly ASCII with
+        // high bytes (single, in runs, at block edges and in the tail) or all high bytes.
+        const size_t length = round % 80, offset = round / 80 % 16;
+        std::string buffer(offset + length, '\0');
+        const int highOneIn = round % 3 == 0 ? 1 : 2 + round % 17;
+        for (char& c : buffer)
+            c = rng() % highOneIn == 0 ? char(0x80 + rng() % 0x80) : char(rng() % 0x80);
+        const std::string_view in = std::string_view(buffer).substr(offset);
+        for (const kxt::CodePage* page : {&kxt::ISO8859, &kxt::CP1252}) {
+            ASSERT_EQ(decodeUTF8(in, *page), utf8Of(decode(in, *page)))
+                << (page == &kxt::CP1252 ? "CP1252 " : "ISO8859 ") << testing::PrintToString(in);
+        }
+    }
+}
+
 }  // namespace
