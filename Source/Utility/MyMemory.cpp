@@ -2,8 +2,10 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -58,6 +60,12 @@ std::string NewLargeString(size_t size) {
 
 void FreeMemoryNow(void* p) {
     free(p);
+}
+
+RawBytes::RawBytes(size_t capacity) {
+    if (capacity > size_t(INT64_MAX)) throw std::bad_alloc();
+    block_.reset(static_cast<char*>(AllocateMemory(std::max<int64_t>(int64_t(capacity), 1))));
+    if (!block_) throw std::bad_alloc();
 }
 
 void ClearMemory(void* p, int64_t n) {

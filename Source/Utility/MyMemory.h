@@ -3,7 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 void* AllocateClearMemory(int64_t size);  // zeroed; none for a size below 1
@@ -28,6 +30,26 @@ void ReserveLarge(std::vector<T>& v, size_t capacity) {
 }
 void FreeMemoryNow(void* p);
 void ClearMemory(void* p, int64_t n);
+
+// A result written through a pointer into a block from AllocateMemory: unlike a std::string
+// made long enough first, its bytes are not zeroed before they are written. The writer sets
+// the size it used (at most the capacity asked for).
+class RawBytes {
+  public:
+    RawBytes() = default;
+    explicit RawBytes(size_t capacity);  // std::bad_alloc when it cannot be had
+    char* data() { return block_.get(); }
+    size_t size() const { return size_; }
+    void setSize(size_t size) { size_ = size; }
+    std::string_view view() const { return {block_.get(), size_}; }
+
+  private:
+    struct Free {
+        void operator()(char* p) const { FreeMemoryNow(p); }
+    };
+    std::unique_ptr<char, Free> block_;
+    size_t size_ = 0;
+};
 
 // A handle is one zeroed block: 8 bytes of usable size, then the usable memory.
 typedef void* MemoryHandle;
