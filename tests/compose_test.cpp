@@ -369,6 +369,32 @@ TEST(UTF8Forms, AgreeWithTheUTF16FormsOnRandomText) {
     }
 }
 
+// Scripts the block scan skips (Greek, Cyrillic, CJK, Hangul syllables, Latin) next to marks,
+// jamo, kana voicing and byte order marks, at every place of the sixteen-byte steps.
+TEST(UTF8Forms, BlockScanStopsBeforeEveryCombination) {
+    const std::u16string fillers[] = {u"a",      u"\u00E9", u"\u03B1",    u"\u0438",
+                                      u"\u4E2D", u"\uB2E4", u"\U0001F600"};
+    const std::u16string pairs[] = {u"e\u0301",      u"\u0438\u0306",       u"\u1100\u1161",
+                                    u"\u3046\u3099", u"\u03B1\uFEFF\u0301", u"\U000242EE"};
+    for (const auto& filler : fillers) {
+        for (const auto& pair : pairs) {
+            for (size_t before = 0; before < 20; ++before) {
+                std::u16string text;
+                for (size_t k = 0; k < before; ++k) text += filler;
+                text += pair;
+                text += filler;
+                Units units;
+                for (char16_t u : text) {
+                    if (u != 0xFEFF) units.push_back(u);
+                }
+                const std::string in = utf8(text);
+                ASSERT_EQ(composedUTF8(in), utf8Of(kxt::composeUTF16(units))) << hex(units);
+                ASSERT_EQ(decomposedUTF8(in), utf8Of(kxt::decomposeUTF16(units))) << hex(units);
+            }
+        }
+    }
+}
+
 // The room the UTF-8 forms ask for holds: no entry's parts take more than four times the UTF-8
 // bytes of its composed character, nor more than the composed one takes when composing.
 TEST(UTF8Forms, EntriesFitTheRoom) {

@@ -1,6 +1,7 @@
 #include "MainStringCompose.h"
 
 #include <emmintrin.h>
+#include <tmmintrin.h>
 
 #include <algorithm>
 #include <array>
@@ -33,6 +34,16 @@ std::array<uint64_t, kUnitCount / 64> gSecondParts{};
 uint16_t gSmallestSecondPart = 0;
 
 void* (*gAllocateLookup)(int64_t) = AllocateClearMemory;
+
+// The UTF-8 lead bytes of every second part, of four-byte sequences (whose two units may be an
+// entry's parts) and of U+FEFF and U+FFFE, as a set that sixteen bytes are tested against at
+// once: bit h of kLeadLow[low nibble] for each high nibble h = 0xC..0xF present. All of them
+// are 0xCC or above.
+alignas(16) uint8_t gLeadLow[16] = {};
+
+void addSpecialLead(uint8_t lead) {
+    gLeadLow[lead & 0x0F] |= uint8_t(1 << ((lead >> 4) - 0xC));
+}
 
 bool isSecondPart(uint16_t unit) {
     return (gSecondParts[unit >> 6] >> (unit & 63)) & 1;
@@ -154,7 +165,15 @@ void InitCharsWhoCanBeCompositionLookupTable() {
         table[e.parts[0]] = 1;
         gSecondParts[e.parts[1] >> 6] |= uint64_t(1) << (e.parts[1] & 63);
         smallest = std::min(smallest, e.parts[1]);
+        const uint16_t u = e.parts[1];
+        if (u >= 0x800 && (u < 0xD800 || u >= 0xE000)) {
+            addSpecialLead(uint8_t(0xE0 | u >> 12));
+        } else if (u >= 0x80 && u < 0x800) {
+            addSpecialLead(uint8_t(0xC0 | u >> 6));
+        }
     }
+    for (uint8_t lead = 0xF0; lead <= 0xF4; ++lead) addSpecialLead(lead);
+    addSpecialLead(0xEF);  // U+FEFF, U+FFFE
     gSmallestSecondPart = smallest;
     // Published only when complete; a concurrent build at worst makes a second table.
     CharsWhoCanBeComposition = table;
@@ -321,6 +340,43 @@ size_t firstByteFrom(const uint8_t* p, size_t i, size_t n, uint8_t floor) {
 // or take four bytes.
 constexpr uint8_t kSpecialLead = 0xCC;
 
+bool isSpecialLead(uint8_t b) {
+    return b >= 0xC0 && (gLeadLow[b & 0x0F] >> ((b >> 4) - 0xC) & 1) != 0;
+}
+
+// Position of the first byte at or after i in the lead set, or n: the text in between is
+// Latin, Greek, Cyrillic, CJK, Hangul syllables and the like, none of it a second part.
+__attribute__((target("ssse3"))) size_t firstSpecialLeadSSSE3(const uint8_t* p, size_t i,
+                                                              size_t n) {
+    const __m128i lowTable = _mm_load_si128(reinterpret_cast<const __m128i*>(gLeadLow));
+    // Bit h - 0xC for high nibbles 0xC..0xF, nothing for the others.
+    const __m128i highTable = _mm_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 2, 4, 8);
+    const __m128i nibble = _mm_set1_epi8(0x0F);
+    const __m128i belowSet = _mm_set1_epi8(char(kSpecialLead - 1));
+    for (; i + 16 <= n; i += 16) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        // Most text has no byte of 0xCC or above at all: one compare settles it.
+        if (_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_max_epu8(x, belowSet), belowSet)) == 0xFFFF) {
+            continue;
+        }
+        const __m128i low = _mm_shuffle_epi8(lowTable, _mm_and_si128(x, nibble));
+        const __m128i high =
+            _mm_shuffle_epi8(highTable, _mm_and_si128(_mm_srli_epi16(x, 4), nibble));
+        const __m128i none = _mm_cmpeq_epi8(_mm_and_si128(low, high), _mm_setzero_si128());
+        const int hits = _mm_movemask_epi8(none) ^ 0xFFFF;
+        if (hits != 0) return i + size_t(__builtin_ctz(unsigned(hits)));
+    }
+    while (i < n && !isSpecialLead(p[i])) ++i;
+    return i;
+}
+
+size_t firstSpecialLead(const uint8_t* p, size_t i, size_t n) {
+    static const bool kHaveSSSE3 = __builtin_cpu_supports("ssse3");
+    if (kHaveSSSE3) return firstSpecialLeadSSSE3(p, i, n);
+    // Without it, every lead of U+0300 and above (a superset) stops the scan.
+    return firstByteFrom(p, i, n, kSpecialLead);
+}
+
 }  // namespace
 
 size_t decomposeUTF8(std::string_view text, char* out) {
@@ -404,15 +460,19 @@ size_t composeUTF8(std::string_view text, char* out) {
                 }
             }
         }
-        memcpy(w, p + i, c.length);
+        if (i + 4 <= n) {
+            memcpy(w, p + i, 4);  // one fixed store; the room has slack for the rest
+        } else {
+            memcpy(w, p + i, c.length);
+        }
         w += c.length;
         return i + c.length;
     };
     size_t i = 0;
     while (i < n) {
-        // Code points below U+0300 up to the next one at or above it are never a second part:
-        // all but the last of them compose with nothing and are copied at once.
-        const size_t special = firstByteFrom(p, i, n, kSpecialLead);
+        // Code points whose lead is not in the set, up to the next one whose lead is, are never
+        // a second part: all but the last of them compose with nothing and are copied at once.
+        const size_t special = firstSpecialLead(p, i, n);
         if (special == n) {
             memcpy(w, p + i, n - i);
             w += n - i;
@@ -426,6 +486,8 @@ size_t composeUTF8(std::string_view text, char* out) {
             i = last;
         }
         i = step(i);
+        // Where they come, such code points mostly come one after another.
+        while (i < n && isSpecialLead(p[i])) i = step(i);
     }
     return size_t(w - out);
 }
