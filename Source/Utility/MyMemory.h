@@ -43,6 +43,12 @@ class RawBytes {
     size_t size() const { return size_; }
     void setSize(size_t size) { size_ = size; }
     std::string_view view() const { return {block_.get(), size_}; }
+    std::string str() const { return std::string(view()); }
+    friend bool operator==(const RawBytes& a, std::string_view b) { return a.view() == b; }
+    template <typename Stream>
+    friend Stream& operator<<(Stream& out, const RawBytes& b) {
+        return out << b.view();
+    }
 
   private:
     struct Free {
