@@ -281,6 +281,20 @@ TEST_F(Encoders, CodePageDecodersGiveUTF8OfEveryByte) {
                  xhost::encodings::convert(defined, kCP1252, kUTF8).value(), kUTF8);
 }
 
+// UTF-8 text is encoded from its UTF-8 directly; the result is that of its UTF-16 form.
+TEST_F(Encoders, CodePageEncodersReadUTF8AsItsUTF16Form) {
+    expectString("EncodingToISO8859KXT",
+                 {S("\xEF\xBB\xBF"
+                    "caf\xC3\xA9 and more than sixteen")},
+                 "caf\xE9 and more than sixteen", kNone);
+    expectString("EncodingToCP1252KXT", {S("a\xF0\x9F\x98\x80")}, "a", kASCII);  // three units
+    expectNil("EncodingToCP1252KXT", {S("ab\xEF\xBB\xBF")});                     // two units
+    expectString("EncodingToCP1252KXT", {S("\xE2\x82\xAC\xE2\x80\x9C ok")}, "\x80\x93 ok", kNone);
+    expectString("EncodingToISO8859KXT", {S("plain ascii", kASCII)}, "plain ascii", kASCII);
+    // Malformed UTF-8 takes the UTF-16 way, which reads up to the flaw.
+    expectString("EncodingToISO8859KXT", {S("abc\xC3\xA9\xFFxyz")}, "abc\xE9", kNone);
+}
+
 TEST_F(EncodersOnOldHosts, CodePageDecodersGiveUTF16) {
     const std::string in = "caf\xE9 \x80 and more than sixteen bytes \x93";
     expectString("DecodingFromCP1252KXT", {Raw(in)},

@@ -4,13 +4,16 @@
 
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include "MyMemory.h"
 #include "REALplugin.h"
 #include "encoderboundary.h"
 #include "rbData.h"
+#include "rbDebug.h"
 #include "rbText.h"
 #include "rbUtil.h"
+#include "rbstring.h"
 
 namespace kxt {
 
@@ -124,6 +127,56 @@ std::string encodeCodePage(std::span<const uint16_t> units, const CodePage& page
     return out;
 }
 
+std::optional<size_t> encodeCodePageUTF8(std::string_view utf8, const CodePage& page, char* out,
+                                         bool* ascii) {
+    const auto* p = reinterpret_cast<const uint8_t*>(utf8.data());
+    const size_t n = utf8.size();
+    char* w = out;
+    size_t units = 0;  // of the UTF-16 form
+    uint8_t high = 0;
+    size_t i = 0;
+    while (i < n) {
+        // ASCII is its own byte in both pages: sixteen at once, up to the first other byte.
+        if (i + 16 <= n) {
+            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(w), x);
+            const int other = _mm_movemask_epi8(x);
+            const size_t plain = other == 0 ? 16 : size_t(__builtin_ctz(unsigned(other)));
+            i += plain;
+            w += plain;
+            units += plain;
+            if (plain == 16) continue;
+        } else if (p[i] < 0x80) {
+            *w++ = char(p[i++]);
+            ++units;
+            continue;
+        }
+        // A lead byte of a well-formed sequence.
+        const uint8_t b = p[i];
+        uint32_t cp;
+        if (b < 0xE0) {
+            cp = uint32_t(b & 0x1F) << 6 | (p[i + 1] & 0x3F);
+            i += 2;
+        } else if (b < 0xF0) {
+            cp = uint32_t(b & 0x0F) << 12 | uint32_t(p[i + 1] & 0x3F) << 6 | (p[i + 2] & 0x3F);
+            i += 3;
+        } else {
+            i += 4;  // a surrogate pair in UTF-16, which no page holds
+            units += 2;
+            continue;
+        }
+        if (cp == 0xFEFF || cp == 0xFFFE) continue;  // not in the UTF-16 form at all
+        ++units;
+        const int16_t byte = page.firstByte[cp];
+        *w = char(byte);
+        w += byte >= 0;
+        high |= byte >= 0 ? uint8_t(byte) : 0;
+    }
+    if (units < 3) return std::nullopt;
+    if (ascii != nullptr) *ascii = (high & 0x80) == 0;
+    return size_t(w - out);
+}
+
 std::vector<uint16_t> decodeCodePage(std::string_view bytes, const CodePage& page) {
     const size_t n = bytes.size();
     std::vector<uint16_t> out;
@@ -188,6 +241,25 @@ size_t decodeCodePageUTF8(std::string_view bytes, const CodePage& page, char* ou
 REALstring EncodingTo(REALstring s, const kxt::CodePage& page) {
     return NilOnAllocationFailure<REALstring>(nullptr, [&]() -> REALstring {
         if (s == nullptr) return nullptr;
+        // Well-formed UTF-8 (or ASCII) text is read as it is, without making its UTF-16 form
+        // first; the debug log names the UTF-16 conversion, so it keeps that way.
+        const uint32_t encoding = REALGetStringEncoding(s);
+        if (!gDebugging &&
+            (encoding == kREALTextEncodingUTF8 || encoding == kREALTextEncodingASCII)) {
+            rbData in(s);
+            const std::string_view bytes = in.view();
+            const bool readable = encoding == kREALTextEncodingASCII
+                                      ? IsASCII(bytes.data(), int64_t(bytes.size()))
+                                      : kxt::wellFormedPrefixLength(bytes) == bytes.size();
+            if (readable) {
+                RawBytes out(bytes.size() + 16);
+                bool ascii = false;
+                const auto length = kxt::encodeCodePageUTF8(bytes, page, out.data(), &ascii);
+                if (!length) return nullptr;
+                return REALBuildUnicodeString(out.data(), int64_t(*length),
+                                              kREALTextEncodingUnknown, ascii);
+            }
+        }
         rbText text(s);
         return REALBuildUnicodeString(kxt::encodeCodePage(text.utf16(), page),
                                       kREALTextEncodingUnknown);

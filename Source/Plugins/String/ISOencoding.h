@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -33,6 +34,11 @@ extern const CodePage ISO8859, CP1252;
 // One byte per code unit: the first byte whose table entry is the unit; units the table does
 // not hold (surrogates included) are dropped. Texts of fewer than 3 units give nothing.
 std::string encodeCodePage(std::span<const uint16_t> units, const CodePage& page);
+// The same from well-formed UTF-8, as its UTF-16 form (which leaves out U+FEFF and U+FFFE)
+// would be encoded: the bytes written to out (room for the input's size plus 16), or none
+// when that form has fewer than 3 units. *ascii tells whether every byte is below 0x80.
+std::optional<size_t> encodeCodePageUTF8(std::string_view utf8, const CodePage& page, char* out,
+                                         bool* ascii = nullptr);
 std::vector<uint16_t> decodeCodePage(std::string_view bytes, const CodePage& page);
 // The same text as UTF-8, written to out, which must have room for decodedUTF8Room(size)
 // bytes; returns the number written.
