@@ -55,7 +55,7 @@ TEST(ReplaceLineEndings, EachKindOfBreakBecomesOneNewLine) {
         {"zero\0byte\n"s, "|", "zero\0byte|"s},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(visible(kxt::replaceLineEndings(c.text, c.newline)), visible(c.expected))
+        EXPECT_EQ(visible(kxt::replaceLineEndings(c.text, c.newline).view()), visible(c.expected))
             << visible(c.text) << " with " << visible(c.newline);
     }
 }
@@ -91,11 +91,17 @@ std::string randomLines(std::mt19937& rng, size_t length) {
 
 TEST(ReplaceLineEndings, FastScanEqualsByteByByteDefinition) {
     std::mt19937 rng(1234);
-    for (int round = 0; round < 2000; ++round) {
-        const std::string text = randomLines(rng, rng() % 100);
-        const std::string newline = std::string(rng() % 3, '#');
+    const std::string digits = "0123456789abcdefghijklmnop";
+    for (int round = 0; round < 4000; ++round) {
+        // Texts around the sixteen-byte steps at every offset; newlines empty, short, longer
+        // than four bytes (sized by counting) and longer than one sixteen-byte store.
+        const size_t offset = size_t(round) % 16;
+        const std::string buffer =
+            std::string(offset, '-') + randomLines(rng, rng() % (round % 2 ? 100 : 300));
+        const std::string_view text = std::string_view(buffer).substr(offset);
+        const std::string newline = digits.substr(0, round % 4 == 0 ? rng() % 21 : rng() % 3);
         int unused = 0;
-        ASSERT_EQ(kxt::replaceLineEndings(text, newline),
+        ASSERT_EQ(kxt::replaceLineEndings(text, newline).view(),
                   referenceLineEndings(text, newline, unused))
             << "text " << visible(text) << " newline " << visible(newline);
     }
@@ -124,7 +130,7 @@ TEST(ReplaceLineEndings, YieldsWhenTheNextByteSitsOnA16MiBBoundary) {
         int expectedYields = 0;
         const std::string expected = referenceLineEndings(text, "\n", expectedYields);
         gYields = 0;
-        ASSERT_EQ(kxt::replaceLineEndings(text, "\n", &countYield), expected)
+        ASSERT_EQ(kxt::replaceLineEndings(text, "\n", &countYield).view(), expected)
             << "before " << before << " text " << visible(text);
         ASSERT_EQ(gYields, expectedYields) << "before " << before << " text " << visible(text);
         totalYields += gYields;
@@ -141,7 +147,7 @@ TEST(ReplaceLineEndings, YieldsWhenTheNextByteSitsOnA16MiBBoundary) {
     boundary[0] = '\n';
     boundary[1] = 'y';
     gYields = 0;
-    EXPECT_EQ(kxt::replaceLineEndings({boundary - 3, 5}, "|", &countYield), "xx|y");
+    EXPECT_EQ(kxt::replaceLineEndings({boundary - 3, 5}, "|", &countYield).view(), "xx|y");
     EXPECT_EQ(gYields, 0);
 }
 

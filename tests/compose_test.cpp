@@ -302,6 +302,111 @@ std::string utf16Bytes(std::u16string_view s) {
     return std::string(reinterpret_cast<const char*>(s.data()), s.size() * 2);
 }
 
+// ---- The UTF-8 forms against the UTF-16 ones ---------------------------------------------------
+
+// Generated text made well-formed (a lone surrogate becomes U+FFFD), with U+FEFF and U+FFFE
+// sprinkled in: the UTF-16 form of such UTF-8 leaves those two out.
+struct UTF8Case {
+    std::string utf8;
+    Units utf16;  // as the UTF-16 way reads it
+};
+
+UTF8Case utf8Case(const Units& generated, std::mt19937& rng) {
+    std::u16string text;
+    for (size_t i = 0; i < generated.size(); ++i) {
+        const uint16_t u = generated[i];
+        if (u >= 0xD800 && u < 0xDC00 && i + 1 < generated.size() && generated[i + 1] >= 0xDC00 &&
+            generated[i + 1] < 0xE000) {
+            text += char16_t(u);
+            text += char16_t(generated[++i]);
+        } else {
+            text += char16_t(u >= 0xD800 && u < 0xE000 ? 0xFFFD : u);
+        }
+        if (rng() % 16 == 0) text += rng() % 2 ? u'\uFEFF' : u'\uFFFE';
+    }
+    UTF8Case c{utf8(text), {}};
+    for (char16_t u : text) {
+        if (u != 0xFEFF && u != 0xFFFE) c.utf16.push_back(u);
+    }
+    return c;
+}
+
+std::string composedUTF8(std::string_view text) {
+    std::string out(kxt::composedUTF8Room(text.size()), '\x55');
+    out.resize(kxt::composeUTF8(text, out.data()));
+    return out;
+}
+
+std::string decomposedUTF8(std::string_view text) {
+    std::string out(kxt::decomposedUTF8Room(text.size()), '\x55');
+    out.resize(kxt::decomposeUTF8(text, out.data()));
+    return out;
+}
+
+std::string utf8Of(const Units& units) {
+    return utf8(std::u16string(units.begin(), units.end()));
+}
+
+TEST(UTF8Forms, AgreeWithTheUTF16FormsOnRandomText) {
+    TextGenerator generator(1302);
+    std::mt19937 rng(1303);
+    for (int n = 0; n < 20000; ++n) {
+        Units generated = generator.next();
+        if (n % 2 == 1) {  // precomposed text too, so that decomposition has work
+            for (uint16_t& u : generated) {
+                if (u % 3 == 0) u = kxt::DecompositionTable[u % kxt::kDecompositionCount].composed;
+            }
+        }
+        const UTF8Case c = utf8Case(generated, rng);
+        // At every offset into a buffer, so the sixteen-byte steps meet every alignment.
+        const size_t offset = size_t(n) % 16;
+        const std::string buffer = std::string(offset, 'x') + c.utf8;
+        const std::string_view in = std::string_view(buffer).substr(offset);
+        ASSERT_EQ(composedUTF8(in), utf8Of(kxt::composeUTF16(c.utf16)))
+            << "input: " << hex(c.utf16);
+        ASSERT_EQ(decomposedUTF8(in), utf8Of(kxt::decomposeUTF16(c.utf16)))
+            << "input: " << hex(c.utf16);
+    }
+}
+
+// Scripts the block scan skips (Greek, Cyrillic, CJK, Hangul syllables, Latin) next to marks,
+// jamo, kana voicing and byte order marks, at every place of the sixteen-byte steps.
+TEST(UTF8Forms, BlockScanStopsBeforeEveryCombination) {
+    const std::u16string fillers[] = {u"a",      u"\u00E9", u"\u03B1",    u"\u0438",
+                                      u"\u4E2D", u"\uB2E4", u"\U0001F600"};
+    const std::u16string pairs[] = {u"e\u0301",      u"\u0438\u0306",       u"\u1100\u1161",
+                                    u"\u3046\u3099", u"\u03B1\uFEFF\u0301", u"\U000242EE"};
+    for (const auto& filler : fillers) {
+        for (const auto& pair : pairs) {
+            for (size_t before = 0; before < 20; ++before) {
+                std::u16string text;
+                for (size_t k = 0; k < before; ++k) text += filler;
+                text += pair;
+                text += filler;
+                Units units;
+                for (char16_t u : text) {
+                    if (u != 0xFEFF) units.push_back(u);
+                }
+                const std::string in = utf8(text);
+                ASSERT_EQ(composedUTF8(in), utf8Of(kxt::composeUTF16(units))) << hex(units);
+                ASSERT_EQ(decomposedUTF8(in), utf8Of(kxt::decomposeUTF16(units))) << hex(units);
+            }
+        }
+    }
+}
+
+// The room the UTF-8 forms ask for holds: no entry's parts take more than four times the UTF-8
+// bytes of its composed character, nor more than the composed one takes when composing.
+TEST(UTF8Forms, EntriesFitTheRoom) {
+    for (const auto& e : kxt::DecompositionTable) {
+        Units parts;
+        for (size_t p = 0; p < 5 && e.parts[p] != 0; ++p) parts.push_back(e.parts[p]);
+        const size_t composed = utf8Of({e.composed}).size(), decomposed = utf8Of(parts).size();
+        EXPECT_LE(decomposed, 4 * composed) << hex(parts);
+        EXPECT_LE(composed, decomposed) << hex(parts);
+    }
+}
+
 constexpr const char* kCompose = "ConvertUnicodeToCharacterCompositionKXT";
 constexpr const char* kDecompose = "ConvertUnicodeToCharacterDecompositionKXT";
 
@@ -336,6 +441,36 @@ TEST_F(ComposeMethods, AcceptAnyInputEncoding) {
     EXPECT_EQ(callBytes(kCompose, {S(utf16Bytes(u"e\u0301"), kREALTextEncodingUTF16)}),
               utf8(u"\u00E9"));
     EXPECT_EQ(callBytes(kCompose, {S("abc", kREALTextEncodingASCII)}), "abc");
+}
+
+// UTF-8 and ASCII text is worked on as UTF-8; what it gives must be what the UTF-16 way gives:
+// byte order marks anywhere left out, malformed UTF-8 read up to the flaw, UTF-8 as the tag.
+TEST_F(ComposeMethods, UTF8TextGivesWhatItsUTF16FormGives) {
+    struct Row {
+        const char* method;
+        std::string input;
+        uint32_t encoding;
+        std::string expected;
+    } rows[] = {
+        {kCompose,
+         "\xEF\xBB\xBF"
+         "e\xEF\xBB\xBF\xCC\x81!",
+         kREALTextEncodingUTF8, "\xC3\xA9!"},
+        {kCompose, "e\xEF\xBF\xBE\xCC\x81", kREALTextEncodingUTF8, "\xC3\xA9"},
+        {kCompose, "e\xCC\x81 \xFF tail", kREALTextEncodingUTF8, "\xC3\xA9 "},
+        {kCompose, "plain ASCII", kREALTextEncodingASCII, "plain ASCII"},
+        {kDecompose, "\xC3\xA9\xEF\xBB\xBF\xEA\xB0\x81", kREALTextEncodingUTF8,
+         "e\xCC\x81\xE1\x84\x80\xE1\x85\xA1\xE1\x86\xA8"},
+        {kDecompose, "\xC3\xA9 \xC3 tail", kREALTextEncodingUTF8, "e\xCC\x81 "},
+        {kDecompose, "\xF0\xA4\x8B\xAE\xEF\xA9\xAC", kREALTextEncodingUTF8,
+         "\xF0\xA4\x8B\xAE\xF0\xA4\x8B\xAE"},
+        {kCompose, "\xF0\xA4\x8B\xAE", kREALTextEncodingUTF8, "\xEF\xA9\xAC"},
+    };
+    for (const Row& r : rows) {
+        Value v = call(r.method, {S(r.input, r.encoding)});
+        EXPECT_EQ(v.bytes(), r.expected) << r.method << " " << testing::PrintToString(r.input);
+        EXPECT_EQ(v.encoding(), kREALTextEncodingUTF8) << r.method;
+    }
 }
 
 TEST_F(ComposeMethods, NilAndEmptyGiveNil) {

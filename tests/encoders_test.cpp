@@ -3,6 +3,7 @@
 #include <random>
 #include <string>
 
+#include "Encodings.h"
 #include "KxtTest.h"
 
 using namespace kxt_test;
@@ -259,6 +260,46 @@ class EncodersOnOldHosts : public Encoders {
         return o;
     }
 };
+
+// Hosts that convert UTF-16 results get the decoded UTF-8 directly, old ones the UTF-16 that
+// they keep: the same text either way, at lengths past the sixteen-byte steps.
+TEST_F(Encoders, CodePageDecodersGiveUTF8OfEveryByte) {
+    std::string in =
+        "Gr\xFC\xDF"
+        "e aus K\xF6ln, \x93quoted\x94 and a caf\xE9 or two: ";
+    for (int b = 255; b >= 0; --b) in += char(b);
+    expectString("DecodingFromISO8859KXT", {Raw(in)},
+                 xhost::encodings::convert(in, kLatin1, kUTF8).value(), kUTF8);
+    // Without the five undefined bytes, which the plugin's own table decodes to U+0000.
+    std::string defined;
+    for (char c : in) {
+        if (std::string_view("\x81\x8D\x8F\x90\x9D").find(c) == std::string_view::npos) {
+            defined += c;
+        }
+    }
+    expectString("DecodingFromCP1252KXT", {Raw(defined)},
+                 xhost::encodings::convert(defined, kCP1252, kUTF8).value(), kUTF8);
+}
+
+// UTF-8 text is encoded from its UTF-8 directly; the result is that of its UTF-16 form.
+TEST_F(Encoders, CodePageEncodersReadUTF8AsItsUTF16Form) {
+    expectString("EncodingToISO8859KXT",
+                 {S("\xEF\xBB\xBF"
+                    "caf\xC3\xA9 and more than sixteen")},
+                 "caf\xE9 and more than sixteen", kNone);
+    expectString("EncodingToCP1252KXT", {S("a\xF0\x9F\x98\x80")}, "a", kASCII);  // three units
+    expectNil("EncodingToCP1252KXT", {S("ab\xEF\xBB\xBF")});                     // two units
+    expectString("EncodingToCP1252KXT", {S("\xE2\x82\xAC\xE2\x80\x9C ok")}, "\x80\x93 ok", kNone);
+    expectString("EncodingToISO8859KXT", {S("plain ascii", kASCII)}, "plain ascii", kASCII);
+    // Malformed UTF-8 takes the UTF-16 way, which reads up to the flaw.
+    expectString("EncodingToISO8859KXT", {S("abc\xC3\xA9\xFFxyz")}, "abc\xE9", kNone);
+}
+
+TEST_F(EncodersOnOldHosts, CodePageDecodersGiveUTF16) {
+    const std::string in = "caf\xE9 \x80 and more than sixteen bytes \x93";
+    expectString("DecodingFromCP1252KXT", {Raw(in)},
+                 xhost::encodings::convert(in, kCP1252, kUTF16).value(), kUTF16);
+}
 
 TEST_F(EncodersOnOldHosts, MarksKeepTheirBytesAndTags) {
     expectString("GetUnicodeMarkersKXT", {I(3)}, "\xFE\xFF", kUTF16);

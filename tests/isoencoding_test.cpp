@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <iconv.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 
@@ -131,6 +132,121 @@ TEST(CodePageProperty, EncodingUndoesDecoding) {
             if (kxt::CP1252Table[uint8_t(c)] == 0) c = '\0';
         }
         EXPECT_EQ(encode(decode(in, kxt::CP1252), kxt::CP1252), expected);
+    }
+}
+
+// UTF-8 of BMP units, one at a time.
+std::string utf8Of(std::u16string_view units) {
+    std::string out;
+    for (char16_t u : units) {
+        if (u < 0x80) {
+            out += char(u);
+        } else if (u < 0x800) {
+            out += char(0xC0 | u >> 6);
+            out += char(0x80 | (u & 0x3F));
+        } else {
+            out += char(0xE0 | u >> 12);
+            out += char(0x80 | (u >> 6 & 0x3F));
+            out += char(0x80 | (u & 0x3F));
+        }
+    }
+    return out;
+}
+
+std::string decodeUTF8(std::string_view bytes, const kxt::CodePage& page) {
+    std::string out(kxt::decodedUTF8Room(bytes.size()), '\x55');
+    out.resize(kxt::decodeCodePageUTF8(bytes, page, out.data()));
+    return out;
+}
+
+TEST(CodePageProperty, DirectUTF8AgreesWithUTF16ThenUTF8) {
+    std::mt19937 rng(1250);
+    const std::string all = [] {
+        std::string s;
+        for (int b = 0; b < 256; ++b) s += char(b);
+        return s;
+    }();
+    for (const kxt::CodePage* page : {&kxt::ISO8859, &kxt::CP1252}) {
+        ASSERT_EQ(decodeUTF8(all, *page), utf8Of(decode(all, *page)));
+    }
+    for (int round = 0; round < 4000; ++round) {
+        // Every length up to a few blocks, at every offset into a buffer; mostly ASCII with
+        // high bytes (single, in runs, at block edges and in the tail) or all high bytes.
+        const size_t length = round % 80, offset = round / 80 % 16;
+        std::string buffer(offset + length, '\0');
+        const int highOneIn = round % 3 == 0 ? 1 : 2 + round % 17;
+        for (char& c : buffer)
+            c = rng() % highOneIn == 0 ? char(0x80 + rng() % 0x80) : char(rng() % 0x80);
+        const std::string_view in = std::string_view(buffer).substr(offset);
+        for (const kxt::CodePage* page : {&kxt::ISO8859, &kxt::CP1252}) {
+            ASSERT_EQ(decodeUTF8(in, *page), utf8Of(decode(in, *page)))
+                << (page == &kxt::CP1252 ? "CP1252 " : "ISO8859 ") << testing::PrintToString(in);
+        }
+    }
+}
+
+// UTF-8 of code points, and the UTF-16 form that the UTF-16 way reads from it.
+struct Text {
+    std::string utf8;
+    std::u16string utf16;
+};
+
+Text textOf(const std::vector<uint32_t>& points) {
+    Text t;
+    for (uint32_t cp : points) {
+        if (cp < 0x80) {
+            t.utf8 += char(cp);
+        } else if (cp < 0x800) {
+            t.utf8 += {char(0xC0 | cp >> 6), char(0x80 | (cp & 0x3F))};
+        } else if (cp < 0x10000) {
+            t.utf8 +=
+                {char(0xE0 | cp >> 12), char(0x80 | (cp >> 6 & 0x3F)), char(0x80 | (cp & 0x3F))};
+        } else {
+            t.utf8 += {char(0xF0 | cp >> 18), char(0x80 | (cp >> 12 & 0x3F)),
+                       char(0x80 | (cp >> 6 & 0x3F)), char(0x80 | (cp & 0x3F))};
+        }
+        if (cp == 0xFEFF || cp == 0xFFFE) continue;
+        if (cp < 0x10000) {
+            t.utf16 += char16_t(cp);
+        } else {
+            t.utf16 += char16_t(0xD800 + ((cp - 0x10000) >> 10));
+            t.utf16 += char16_t(0xDC00 + ((cp - 0x10000) & 0x3FF));
+        }
+    }
+    return t;
+}
+
+TEST(CodePageProperty, EncodingFromUTF8AgreesWithEncodingItsUTF16Form) {
+    std::mt19937 rng(1258);
+    const uint32_t specials[] = {0x20AC, 0x201C, 0x0152,  0x00E9, 0x00FF, 0x0081,
+                                 0xFEFF, 0xFFFE, 0x1F600, 0x4E2D, 0x0100, 0x0000};
+    for (int round = 0; round < 5000; ++round) {
+        std::vector<uint32_t> points(round % 60 < 10 ? round % 6 : rng() % 70);
+        for (uint32_t& cp : points) {
+            const unsigned r = rng() % 8;
+            cp = r < 5   ? rng() % 0x80
+                 : r < 7 ? specials[rng() % std::size(specials)]
+                         : rng() % 0x800;
+        }
+        const Text t = textOf(points);
+        const size_t offset = size_t(round) % 16;
+        const std::string buffer = std::string(offset, '-') + t.utf8;
+        const std::string_view in = std::string_view(buffer).substr(offset);
+        for (const kxt::CodePage* page : {&kxt::ISO8859, &kxt::CP1252}) {
+            std::string out(in.size() + 16, '\x55');
+            bool ascii = false;
+            const auto length = kxt::encodeCodePageUTF8(in, *page, out.data(), &ascii);
+            const std::string expected = encode(t.utf16, *page);
+            const std::string got = length ? out.substr(0, *length) : std::string();
+            ASSERT_EQ(got, expected) << testing::PrintToString(in);
+            // None exactly when the UTF-16 form is too short to be converted.
+            ASSERT_EQ(length.has_value(), t.utf16.size() >= 3) << testing::PrintToString(in);
+            if (length) {
+                ASSERT_EQ(ascii, std::all_of(expected.begin(), expected.end(),
+                                             [](char c) { return uint8_t(c) < 0x80; }))
+                    << testing::PrintToString(in);
+            }
+        }
     }
 }
 

@@ -241,6 +241,32 @@ TEST(FastPathsAgreeWithByteLoops, OneFlawInValidText) {
     }
 }
 
+// Each vector kernel on its own (the dispatcher uses only the best one here), on valid text of
+// lengths around its steps (up to several early-exit checks) and with one flaw anywhere: it
+// must accept exactly the well-formed buffers.
+TEST(FastPathsAgreeWithByteLoops, EveryUTF8KernelAcceptsExactlyWellFormedText) {
+    std::mt19937_64 rng(1618);
+    const std::string edges = ref::adversarialBytes(rng, 4096);
+    for (kxt::UTF8Kernel kernel : {kxt::UTF8Kernel::SSSE3, kxt::UTF8Kernel::AVX2}) {
+        if (!kxt::kernelAvailable(kernel)) continue;
+        for (int iteration = 0; iteration < 20000; ++iteration) {
+            // Some texts all ASCII for a while (the 64-byte skip), with the flaw after it.
+            std::string s = iteration % 8 == 0 ? std::string(rng() % 200, 'x') : std::string();
+            s += ref::mostlyUTF8(rng, rng() % 150, 0);
+            if (!s.empty() && iteration % 3 != 0) {
+                if (iteration % 3 == 1) {
+                    s.pop_back();
+                } else {
+                    s[rng() % s.size()] = edges[rng() % edges.size()];
+                }
+            }
+            const bool wellFormed = ref::wellFormedPrefix(s) == s.size();
+            ASSERT_EQ(kxt::wholeBufferWellFormed(s, kernel), wellFormed)
+                << "kernel " << int(kernel) << " " << testing::PrintToString(s);
+        }
+    }
+}
+
 TEST(Extraction, LongRejectedRunsStayLinear) {
     // A megabyte of spaces then one word: stepping one byte at a time through the spaces, each
     // step rescanning the rest, would take minutes.

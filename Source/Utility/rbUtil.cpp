@@ -122,7 +122,11 @@ REALstring REALBuildUnicodeStringUTF32(const void* data, int64_t byteLength) {
     return result;
 }
 
-REALstring REALBuildUnicodeString(const void* data, int64_t length, uint32_t encoding) {
+namespace {
+
+// isASCII: what the caller knows of the bytes, or none to test them here.
+REALstring buildUnicodeString(const void* data, int64_t length, uint32_t encoding,
+                              const bool* isASCII) {
     if (data == nullptr || length < 1) return nullptr;
     if (length > kMaxHostLength) {
         if (gDebugging) LogMessage("Count too big for REALBuildUnicodeString.");
@@ -141,7 +145,7 @@ REALstring REALBuildUnicodeString(const void* data, int64_t length, uint32_t enc
             case kREALTextEncodingISOLatin1:
             case kREALTextEncodingWindowsLatin1:
             case kREALTextEncodingUnknown:
-                if (IsASCII(data, length)) encoding = kREALTextEncodingASCII;
+                if (isASCII ? *isASCII : IsASCII(data, length)) encoding = kREALTextEncodingASCII;
                 break;
             default:
                 if (gDebugging) LogMessage("Unknown encoding in REALBuildUnicodeString", encoding);
@@ -154,6 +158,17 @@ REALstring REALBuildUnicodeString(const void* data, int64_t length, uint32_t enc
         RaiseUnnamedException();
     }
     return nullptr;
+}
+
+}  // namespace
+
+REALstring REALBuildUnicodeString(const void* data, int64_t length, uint32_t encoding) {
+    return buildUnicodeString(data, length, encoding, nullptr);
+}
+
+REALstring REALBuildUnicodeString(const void* data, int64_t length, uint32_t encoding,
+                                  bool knownASCII) {
+    return buildUnicodeString(data, length, encoding, &knownASCII);
 }
 
 REALstring CString2RB(const char* text, uint32_t encoding) {

@@ -10,6 +10,10 @@
 // pure ASCII are tagged ASCII. UTF-16/UTF-32 input (host byte order) comes back as UTF-8 on
 // hosts that can convert.
 REALstring REALBuildUnicodeString(const void* data, int64_t length, uint32_t encoding);
+// The same for a caller that already knows whether every byte is below 0x80 (it found out while
+// writing them), which spares the ASCII test a second pass over a big result.
+REALstring REALBuildUnicodeString(const void* data, int64_t length, uint32_t encoding,
+                                  bool knownASCII);
 // Tags the bytes with the encoding as they are, with no conversion or ASCII narrowing (for
 // results whose exact bytes and tag matter, such as byte-order marks).
 REALstring REALBuildTaggedString(const void* data, int64_t length, uint32_t encoding);

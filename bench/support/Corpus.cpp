@@ -336,14 +336,15 @@ Bytes corpus(Corpus c, size_t size) {
 Bytes urlEncoded(Corpus c, size_t size) {
     return cached<std::string>(key("url", c, size), [&] {
         // Encoded text is at least as long as its source, so the source of `size` suffices.
-        return cutTo(kxt::encodeURL(*corpus(c, size), 0), size,
+        return cutTo(kxt::encodeURL(*corpus(c, size), 0).str(), size,
                      [](std::string_view s) { return noCutEscape(s, '%'); });
     });
 }
 
 Bytes hexEncoded(size_t size) {
-    return cached<std::string>(key("hex", Corpus::Binary, size),
-                               [&] { return kxt::encodeHex(*corpus(Corpus::Binary, size / 2)); });
+    return cached<std::string>(key("hex", Corpus::Binary, size), [&] {
+        return kxt::encodeHex(*corpus(Corpus::Binary, size / 2)).str();
+    });
 }
 
 Bytes yEncoded(size_t size) {

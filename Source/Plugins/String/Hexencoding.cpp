@@ -49,8 +49,9 @@ int mySQLEscape(unsigned char b) {
 
 }  // namespace
 
-std::string encodeHex(std::string_view bytes) {
-    std::string out = NewLargeString(bytes.size() * 2);
+RawBytes encodeHex(std::string_view bytes) {
+    RawBytes out(bytes.size() * 2);
+    out.setSize(bytes.size() * 2);
     const auto* p = reinterpret_cast<const uint8_t*>(bytes.data());
     char* w = out.data();
     const size_t n = bytes.size();
@@ -104,8 +105,9 @@ __m128i pairsToBytes(__m128i values) {
 
 }  // namespace
 
-std::string decodeHex(std::string_view text) {
-    std::string out = NewLargeString(text.size() / 2);
+RawBytes decodeHex(std::string_view text) {
+    RawBytes out(text.size() / 2);
+    out.setSize(text.size() / 2);
     const auto* p = reinterpret_cast<const uint8_t*>(text.data());
     char* w = out.data();
     const size_t n = out.size();
@@ -125,8 +127,8 @@ std::string decodeHex(std::string_view text) {
     return out;
 }
 
-std::string decodeMySQL(std::string_view bytes) {
-    std::string out = NewLargeString(bytes.size());
+RawBytes decodeMySQL(std::string_view bytes) {
+    RawBytes out(bytes.size());
     char* w = out.data();
     for (size_t i = 0; i < bytes.size(); ++i) {
         if (bytes[i] == '\\' && i + 1 < bytes.size()) {
@@ -142,7 +144,7 @@ std::string decodeMySQL(std::string_view bytes) {
         }
         *w++ = bytes[i];
     }
-    out.resize(size_t(w - out.data()));
+    out.setSize(size_t(w - out.data()));
     return out;
 }
 
@@ -151,7 +153,7 @@ std::string decodeMySQL(std::string_view bytes) {
 REALstring EncodingToHex(REALstring s) {
     return NilOnAllocationFailure<REALstring>(nullptr, [&]() -> REALstring {
         rbData in(s);
-        return REALBuildUnicodeString(kxt::encodeHex(in.view()), kREALTextEncodingASCII);
+        return REALBuildUnicodeString(kxt::encodeHex(in.view()).view(), kREALTextEncodingASCII);
     });
 }
 
@@ -159,13 +161,14 @@ REALstring DecodingToHex(REALstring s) {
     return NilOnAllocationFailure<REALstring>(nullptr, [&]() -> REALstring {
         if (s == nullptr) return nullptr;
         rbText text(s);
-        return REALBuildUnicodeString(kxt::decodeHex(text.ascii()), kREALTextEncodingUnknown);
+        return REALBuildUnicodeString(kxt::decodeHex(text.ascii()).view(),
+                                      kREALTextEncodingUnknown);
     });
 }
 
 REALstring DecodingFromMySQL(REALstring s) {
     return NilOnAllocationFailure<REALstring>(nullptr, [&]() -> REALstring {
         rbData in(s);
-        return REALBuildUnicodeString(kxt::decodeMySQL(in.view()), kREALTextEncodingUnknown);
+        return REALBuildUnicodeString(kxt::decodeMySQL(in.view()).view(), kREALTextEncodingUnknown);
     });
 }

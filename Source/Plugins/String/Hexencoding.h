@@ -5,18 +5,19 @@
 #include <string>
 #include <string_view>
 
+#include "MyMemory.h"
 #include "XojoPluginABI.h"
 
 namespace kxt {
 
 // Two upper-case digits per byte, no separators.
-std::string encodeHex(std::string_view bytes);
+RawBytes encodeHex(std::string_view bytes);
 // Pairs of characters from the start, an odd last one ignored; a character that is not a hex
 // digit reads as 0 and still takes its place in the pair.
-std::string decodeHex(std::string_view text);
+RawBytes decodeHex(std::string_view text);
 // Undoes MySQL backslash escapes (\0 \' \" \b \n \r \t \Z \\ \% \_); any other escaped byte
 // keeps its backslash, and so does a backslash at the very end.
-std::string decodeMySQL(std::string_view bytes);
+RawBytes decodeMySQL(std::string_view bytes);
 
 }  // namespace kxt
 

@@ -2,11 +2,18 @@
 
 #include <emmintrin.h>
 
+#include <cstring>
+#include <memory>
+#include <optional>
+
 #include "MyMemory.h"
+#include "REALplugin.h"
 #include "encoderboundary.h"
 #include "rbData.h"
+#include "rbDebug.h"
 #include "rbText.h"
 #include "rbUtil.h"
+#include "rbstring.h"
 
 namespace kxt {
 
@@ -42,10 +49,31 @@ constexpr ReverseTable reverseOf(const CodePageTable& table) {
 constexpr ReverseTable kISO8859Reverse = reverseOf(ISO8859Table);
 constexpr ReverseTable kCP1252Reverse = reverseOf(CP1252Table);
 
+using UTF8Table = std::array<uint32_t, 256>;
+
+constexpr UTF8Table utf8Of(const CodePageTable& table) {
+    UTF8Table out{};
+    for (int b = 0; b < 256; ++b) {
+        const uint32_t u = table[b];  // never a surrogate: the tables hold BMP characters
+        if (u < 0x80) {
+            out[b] = u | 1u << 24;
+        } else if (u < 0x800) {
+            out[b] = (0xC0 | u >> 6) | (0x80 | (u & 0x3F)) << 8 | 2u << 24;
+        } else {
+            out[b] = (0xE0 | u >> 12) | (0x80 | (u >> 6 & 0x3F)) << 8 | (0x80 | (u & 0x3F)) << 16 |
+                     3u << 24;
+        }
+    }
+    return out;
+}
+
+constexpr UTF8Table kISO8859UTF8 = utf8Of(ISO8859Table);
+constexpr UTF8Table kCP1252UTF8 = utf8Of(CP1252Table);
+
 }  // namespace
 
-const CodePage ISO8859{ISO8859Table, kISO8859Reverse};
-const CodePage CP1252{CP1252Table, kCP1252Reverse};
+const CodePage ISO8859{ISO8859Table, kISO8859Reverse, kISO8859UTF8};
+const CodePage CP1252{CP1252Table, kCP1252Reverse, kCP1252UTF8};
 
 // The block steps below rely on this: every byte outside 80..9F is the unit of its own value,
 // and the first byte that maps to that unit.
@@ -99,6 +127,56 @@ std::string encodeCodePage(std::span<const uint16_t> units, const CodePage& page
     return out;
 }
 
+std::optional<size_t> encodeCodePageUTF8(std::string_view utf8, const CodePage& page, char* out,
+                                         bool* ascii) {
+    const auto* p = reinterpret_cast<const uint8_t*>(utf8.data());
+    const size_t n = utf8.size();
+    char* w = out;
+    size_t units = 0;  // of the UTF-16 form
+    uint8_t high = 0;
+    size_t i = 0;
+    while (i < n) {
+        // ASCII is its own byte in both pages: sixteen at once, up to the first other byte.
+        if (i + 16 <= n) {
+            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(w), x);
+            const int other = _mm_movemask_epi8(x);
+            const size_t plain = other == 0 ? 16 : size_t(__builtin_ctz(unsigned(other)));
+            i += plain;
+            w += plain;
+            units += plain;
+            if (plain == 16) continue;
+        } else if (p[i] < 0x80) {
+            *w++ = char(p[i++]);
+            ++units;
+            continue;
+        }
+        // A lead byte of a well-formed sequence.
+        const uint8_t b = p[i];
+        uint32_t cp;
+        if (b < 0xE0) {
+            cp = uint32_t(b & 0x1F) << 6 | (p[i + 1] & 0x3F);
+            i += 2;
+        } else if (b < 0xF0) {
+            cp = uint32_t(b & 0x0F) << 12 | uint32_t(p[i + 1] & 0x3F) << 6 | (p[i + 2] & 0x3F);
+            i += 3;
+        } else {
+            i += 4;  // a surrogate pair in UTF-16, which no page holds
+            units += 2;
+            continue;
+        }
+        if (cp == 0xFEFF || cp == 0xFFFE) continue;  // not in the UTF-16 form at all
+        ++units;
+        const int16_t byte = page.firstByte[cp];
+        *w = char(byte);
+        w += byte >= 0;
+        high |= byte >= 0 ? uint8_t(byte) : 0;
+    }
+    if (units < 3) return std::nullopt;
+    if (ascii != nullptr) *ascii = (high & 0x80) == 0;
+    return size_t(w - out);
+}
+
 std::vector<uint16_t> decodeCodePage(std::string_view bytes, const CodePage& page) {
     const size_t n = bytes.size();
     std::vector<uint16_t> out;
@@ -127,20 +205,93 @@ std::vector<uint16_t> decodeCodePage(std::string_view bytes, const CodePage& pag
     return out;
 }
 
+size_t decodeCodePageUTF8(std::string_view bytes, const CodePage& page, char* out) {
+    const size_t n = bytes.size();
+    const auto* p = reinterpret_cast<const uint8_t*>(bytes.data());
+    char* w = out;
+    size_t i = 0;
+    // Both pages keep ASCII as it is: sixteen bytes are stored at once and the step moves to
+    // the first byte above 0x7F, if any, which goes through the table (four bytes stored, its
+    // count kept). At most 3 bytes are written per byte read, so every store fits the room.
+    auto one = [&](uint8_t b) {
+        const uint32_t v = page.utf8[b];
+        memcpy(w, &v, sizeof v);
+        w += v >> 24;
+    };
+    while (i + 16 <= n) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(w), x);
+        const int high = _mm_movemask_epi8(x);
+        if (high == 0) {
+            i += 16;
+            w += 16;
+            continue;
+        }
+        const int ascii = __builtin_ctz(unsigned(high));
+        i += size_t(ascii);
+        w += ascii;
+        one(p[i++]);
+    }
+    for (; i < n; ++i) one(p[i]);
+    return size_t(w - out);
+}
+
 }  // namespace kxt
 
 REALstring EncodingTo(REALstring s, const kxt::CodePage& page) {
     return NilOnAllocationFailure<REALstring>(nullptr, [&]() -> REALstring {
         if (s == nullptr) return nullptr;
+        // Well-formed UTF-8 (or ASCII) text is read as it is, without making its UTF-16 form
+        // first; the debug log names the UTF-16 conversion, so it keeps that way.
+        const uint32_t encoding = REALGetStringEncoding(s);
+        if (!gDebugging &&
+            (encoding == kREALTextEncodingUTF8 || encoding == kREALTextEncodingASCII)) {
+            rbData in(s);
+            const std::string_view bytes = in.view();
+            const bool readable = encoding == kREALTextEncodingASCII
+                                      ? IsASCII(bytes.data(), int64_t(bytes.size()))
+                                      : kxt::wellFormedPrefixLength(bytes) == bytes.size();
+            if (readable) {
+                RawBytes out(bytes.size() + 16);
+                bool ascii = false;
+                const auto length = kxt::encodeCodePageUTF8(bytes, page, out.data(), &ascii);
+                if (!length) return nullptr;
+                return REALBuildUnicodeString(out.data(), int64_t(*length),
+                                              kREALTextEncodingUnknown, ascii);
+            }
+        }
         rbText text(s);
         return REALBuildUnicodeString(kxt::encodeCodePage(text.utf16(), page),
                                       kREALTextEncodingUnknown);
     });
 }
 
+namespace {
+
+struct FreeMemory {
+    void operator()(void* p) const { FreeMemoryNow(p); }
+};
+
+// The host's string lengths are 32-bit.
+constexpr size_t kMaxHostLength = 0x7FFFFFFF;
+
+}  // namespace
+
 REALstring DecodingTo(REALstring s, const kxt::CodePage& page) {
     return NilOnAllocationFailure<REALstring>(nullptr, [&]() -> REALstring {
         rbData in(s);
+        // Hosts that convert a UTF-16 result to UTF-8 get that UTF-8 written directly, which
+        // spares the UTF-16 buffer, its copy into the host and the host's conversion. Sizes
+        // where either form could be too long for a host string take the UTF-16 way, which
+        // reports that as it always did.
+        const size_t n = size_t(in.size);
+        if (gHostVersion >= 2012.0 && n > 0 && kxt::decodedUTF8Room(n) <= kMaxHostLength) {
+            std::unique_ptr<char, FreeMemory> out(
+                static_cast<char*>(AllocateMemory(int64_t(kxt::decodedUTF8Room(n)))));
+            if (!out) return nullptr;
+            const size_t length = kxt::decodeCodePageUTF8(in.view(), page, out.get());
+            return REALBuildUnicodeString(out.get(), int64_t(length), kREALTextEncodingUTF8);
+        }
         std::vector<uint16_t> units = kxt::decodeCodePage(in.view(), page);
         return REALBuildUnicodeString(units.data(), int64_t(units.size() * sizeof(uint16_t)),
                                       kREALTextEncodingUTF16);

@@ -1,16 +1,22 @@
 #include "MainStringCompose.h"
 
 #include <emmintrin.h>
+#include <tmmintrin.h>
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <new>
+#include <string_view>
 
 #include "MyMemory.h"
+#include "REALplugin.h"
+#include "rbData.h"
 #include "rbDebug.h"
 #include "rbException.h"
 #include "rbText.h"
 #include "rbUtil.h"
+#include "rbstring.h"
 
 uint8_t* CharsWhoCanBeComposition = nullptr;
 
@@ -28,6 +34,16 @@ std::array<uint64_t, kUnitCount / 64> gSecondParts{};
 uint16_t gSmallestSecondPart = 0;
 
 void* (*gAllocateLookup)(int64_t) = AllocateClearMemory;
+
+// The UTF-8 lead bytes of every second part, of four-byte sequences (whose two units may be an
+// entry's parts) and of U+FEFF and U+FFFE, as a set that sixteen bytes are tested against at
+// once: bit h of kLeadLow[low nibble] for each high nibble h = 0xC..0xF present. All of them
+// are 0xCC or above.
+alignas(16) uint8_t gLeadLow[16] = {};
+
+void addSpecialLead(uint8_t lead) {
+    gLeadLow[lead & 0x0F] |= uint8_t(1 << ((lead >> 4) - 0xC));
+}
 
 bool isSecondPart(uint16_t unit) {
     return (gSecondParts[unit >> 6] >> (unit & 63)) & 1;
@@ -149,7 +165,15 @@ void InitCharsWhoCanBeCompositionLookupTable() {
         table[e.parts[0]] = 1;
         gSecondParts[e.parts[1] >> 6] |= uint64_t(1) << (e.parts[1] & 63);
         smallest = std::min(smallest, e.parts[1]);
+        const uint16_t u = e.parts[1];
+        if (u >= 0x800 && (u < 0xD800 || u >= 0xE000)) {
+            addSpecialLead(uint8_t(0xE0 | u >> 12));
+        } else if (u >= 0x80 && u < 0x800) {
+            addSpecialLead(uint8_t(0xC0 | u >> 6));
+        }
     }
+    for (uint8_t lead = 0xF0; lead <= 0xF4; ++lead) addSpecialLead(lead);
+    addSpecialLead(0xEF);  // U+FEFF, U+FFFE
     gSmallestSecondPart = smallest;
     // Published only when complete; a concurrent build at worst makes a second table.
     CharsWhoCanBeComposition = table;
@@ -239,6 +263,235 @@ std::vector<uint16_t> composeUTF16(std::span<const uint16_t> text) {
     return out;
 }
 
+namespace {
+
+// Well-formed UTF-8 only: the code point at p and its length in bytes.
+struct CodePoint {
+    uint32_t value;
+    size_t length;
+};
+
+CodePoint decodeUTF8(const uint8_t* p) {
+    const uint8_t b = p[0];
+    if (b < 0x80) return {b, 1};
+    if (b < 0xE0) return {uint32_t(b & 0x1F) << 6 | (p[1] & 0x3F), 2};
+    if (b < 0xF0) return {uint32_t(b & 0x0F) << 12 | uint32_t(p[1] & 0x3F) << 6 | (p[2] & 0x3F), 3};
+    return {uint32_t(b & 0x07) << 18 | uint32_t(p[1] & 0x3F) << 12 | uint32_t(p[2] & 0x3F) << 6 |
+                (p[3] & 0x3F),
+            4};
+}
+
+char* encodeUTF8(char* w, uint32_t cp) {
+    if (cp < 0x80) {
+        *w++ = char(cp);
+    } else if (cp < 0x800) {
+        *w++ = char(0xC0 | cp >> 6);
+        *w++ = char(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+        *w++ = char(0xE0 | cp >> 12);
+        *w++ = char(0x80 | (cp >> 6 & 0x3F));
+        *w++ = char(0x80 | (cp & 0x3F));
+    } else {
+        *w++ = char(0xF0 | cp >> 18);
+        *w++ = char(0x80 | (cp >> 12 & 0x3F));
+        *w++ = char(0x80 | (cp >> 6 & 0x3F));
+        *w++ = char(0x80 | (cp & 0x3F));
+    }
+    return w;
+}
+
+// The UTF-16 form drops these wherever they stand.
+bool droppedFromUTF16(uint32_t cp) {
+    return cp == 0xFEFF || cp == 0xFFFE;
+}
+
+uint16_t firstUnit(uint32_t cp) {
+    return cp < 0x10000 ? uint16_t(cp) : uint16_t(0xD800 + ((cp - 0x10000) >> 10));
+}
+
+// UTF-8 of an entry's parts (a surrogate pair among them is one code point).
+char* putParts(char* w, const DecompositionEntry& e) {
+    for (size_t p = 0; p < 5 && e.parts[p] != 0; ++p) {
+        const uint32_t u = e.parts[p];
+        if (u >= 0xD800 && u < 0xDC00 && p + 1 < 5 && e.parts[p + 1] >= 0xDC00 &&
+            e.parts[p + 1] < 0xE000) {
+            w = encodeUTF8(w, 0x10000 + ((u - 0xD800) << 10) + (e.parts[p + 1] - 0xDC00));
+            ++p;
+        } else {
+            w = encodeUTF8(w, u);
+        }
+    }
+    return w;
+}
+
+// Position of the first byte at or after i that is at least `floor`, or n.
+size_t firstByteFrom(const uint8_t* p, size_t i, size_t n, uint8_t floor) {
+    const __m128i limit = _mm_set1_epi8(char(floor));
+    for (; i + 16 <= n; i += 16) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        const int hits = _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_max_epu8(x, limit), x));
+        if (hits != 0) return i + size_t(__builtin_ctz(unsigned(hits)));
+    }
+    while (i < n && p[i] < floor) ++i;
+    return i;
+}
+
+// Lead bytes of U+0300 and above: no code point below can be a second part, U+FEFF or U+FFFE,
+// or take four bytes.
+constexpr uint8_t kSpecialLead = 0xCC;
+
+bool isSpecialLead(uint8_t b) {
+    return b >= 0xC0 && (gLeadLow[b & 0x0F] >> ((b >> 4) - 0xC) & 1) != 0;
+}
+
+// Position of the first byte at or after i in the lead set, or n: the text in between is
+// Latin, Greek, Cyrillic, CJK, Hangul syllables and the like, none of it a second part.
+__attribute__((target("ssse3"))) size_t firstSpecialLeadSSSE3(const uint8_t* p, size_t i,
+                                                              size_t n) {
+    const __m128i lowTable = _mm_load_si128(reinterpret_cast<const __m128i*>(gLeadLow));
+    // Bit h - 0xC for high nibbles 0xC..0xF, nothing for the others.
+    const __m128i highTable = _mm_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 2, 4, 8);
+    const __m128i nibble = _mm_set1_epi8(0x0F);
+    const __m128i belowSet = _mm_set1_epi8(char(kSpecialLead - 1));
+    for (; i + 16 <= n; i += 16) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        // Most text has no byte of 0xCC or above at all: one compare settles it.
+        if (_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_max_epu8(x, belowSet), belowSet)) == 0xFFFF) {
+            continue;
+        }
+        const __m128i low = _mm_shuffle_epi8(lowTable, _mm_and_si128(x, nibble));
+        const __m128i high =
+            _mm_shuffle_epi8(highTable, _mm_and_si128(_mm_srli_epi16(x, 4), nibble));
+        const __m128i none = _mm_cmpeq_epi8(_mm_and_si128(low, high), _mm_setzero_si128());
+        const int hits = _mm_movemask_epi8(none) ^ 0xFFFF;
+        if (hits != 0) return i + size_t(__builtin_ctz(unsigned(hits)));
+    }
+    while (i < n && !isSpecialLead(p[i])) ++i;
+    return i;
+}
+
+size_t firstSpecialLead(const uint8_t* p, size_t i, size_t n) {
+    static const bool kHaveSSSE3 = __builtin_cpu_supports("ssse3");
+    if (kHaveSSSE3) return firstSpecialLeadSSSE3(p, i, n);
+    // Without it, every lead of U+0300 and above (a superset) stops the scan.
+    return firstByteFrom(p, i, n, kSpecialLead);
+}
+
+}  // namespace
+
+size_t decomposeUTF8(std::string_view text, char* out) {
+    const std::vector<uint16_t>& index = decompositionIndex();
+    const auto* p = reinterpret_cast<const uint8_t*>(text.data());
+    const size_t n = text.size();
+    char* w = out;
+    size_t i = 0;
+    while (i < n) {
+        // Bytes below 0xC3 lead or continue code points below U+00C0, which have no entry:
+        // copied as they come, sixteen a step (the store runs ahead into the room's slack).
+        if (i + 16 <= n) {
+            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(w), x);
+            const size_t plain = firstByteFrom(p, i, i + 16, 0xC3) - i;
+            i += plain;
+            w += plain;
+            if (plain == 16) continue;
+        } else if (p[i] < 0xC3) {
+            *w++ = char(p[i++]);
+            continue;
+        }
+        // A lead byte of U+00C0 or above.
+        const CodePoint c = decodeUTF8(p + i);
+        if (droppedFromUTF16(c.value)) {
+            i += c.length;
+            continue;
+        }
+        const uint16_t k = c.value < 0x10000 ? index[c.value] : 0;
+        if (k != 0) {
+            w = putParts(w, DecompositionTable[k - 1]);
+        } else {
+            memcpy(w, p + i, c.length);
+            w += c.length;
+        }
+        i += c.length;
+    }
+    return size_t(w - out);
+}
+
+size_t composeUTF8(std::string_view text, char* out) {
+    if (CharsWhoCanBeComposition == nullptr) InitCharsWhoCanBeCompositionLookupTable();
+    if (CharsWhoCanBeComposition == nullptr) throw std::bad_alloc();
+    const uint8_t* lookup = CharsWhoCanBeComposition;
+    const auto* p = reinterpret_cast<const uint8_t*>(text.data());
+    const size_t n = text.size();
+    char* w = out;
+    // Code point at i, composed with what follows when an entry matches, else copied (or
+    // dropped, as the UTF-16 form drops it). Returns the next position.
+    auto step = [&](size_t i) -> size_t {
+        const CodePoint c = decodeUTF8(p + i);
+        if (droppedFromUTF16(c.value)) return i + c.length;
+        const uint16_t u = firstUnit(c.value);
+        if (lookup[u] != 0) {
+            // The UTF-16 units from i on (at most five: no entry has more than four parts),
+            // with the byte position after each code point.
+            uint16_t units[6];
+            size_t ends[6];
+            size_t count = 0, at = i;
+            while (count < 5 && at < n) {
+                const CodePoint d = decodeUTF8(p + at);
+                at += d.length;
+                if (droppedFromUTF16(d.value)) continue;
+                if (d.value < 0x10000) {
+                    units[count] = uint16_t(d.value);
+                    ends[count++] = at;
+                } else {
+                    units[count] = firstUnit(d.value);
+                    ends[count++] = 0;  // inside the code point
+                    units[count] = uint16_t(0xDC00 + ((d.value - 0x10000) & 0x3FF));
+                    ends[count++] = at;
+                }
+                // Settled after the second unit unless it is a second part.
+                if (count >= 2 && !isSecondPart(units[1])) break;
+            }
+            if (const DecompositionEntry* e = firstMatch(units, count, 0)) {
+                const size_t used = partCount(*e);
+                if (ends[used - 1] != 0) {
+                    w = encodeUTF8(w, e->composed);
+                    return ends[used - 1];
+                }
+            }
+        }
+        if (i + 4 <= n) {
+            memcpy(w, p + i, 4);  // one fixed store; the room has slack for the rest
+        } else {
+            memcpy(w, p + i, c.length);
+        }
+        w += c.length;
+        return i + c.length;
+    };
+    size_t i = 0;
+    while (i < n) {
+        // Code points whose lead is not in the set, up to the next one whose lead is, are never
+        // a second part: all but the last of them compose with nothing and are copied at once.
+        const size_t special = firstSpecialLead(p, i, n);
+        if (special == n) {
+            memcpy(w, p + i, n - i);
+            w += n - i;
+            break;
+        }
+        if (special > i) {
+            size_t last = special - 1;
+            while ((p[last] & 0xC0) == 0x80) --last;
+            memcpy(w, p + i, last - i);
+            w += last - i;
+            i = last;
+        }
+        i = step(i);
+        // Where they come, such code points mostly come one after another.
+        while (i < n && isSpecialLead(p[i])) i = step(i);
+    }
+    return size_t(w - out);
+}
+
 void resetCompositionLookupForTesting(void* (*allocate)(int64_t size)) {
     FreeMemoryNow(CharsWhoCanBeComposition);
     CharsWhoCanBeComposition = nullptr;
@@ -257,10 +510,40 @@ REALstring buildUTF16(const std::vector<uint16_t>& units) {
 
 }  // namespace
 
+// On hosts that convert a UTF-16 result to UTF-8, well-formed UTF-8 (or ASCII) input is
+// worked on as it is and the UTF-8 result written directly: the same text as the UTF-16 way
+// (whose form of such input is its code points less U+FEFF and U+FFFE), without the two
+// conversions and the UTF-16 copy in the host. The debug log names UTF-16 steps, so it keeps
+// that way. Returns false when the input does not qualify.
+template <typename Convert>
+bool convertUTF8Directly(REALstring text, size_t (*room)(size_t), Convert convert,
+                         REALstring& result) {
+    if (gHostVersion < 2012.0 || gDebugging) return false;
+    const uint32_t encoding = REALGetStringEncoding(text);
+    if (encoding != kREALTextEncodingUTF8 && encoding != kREALTextEncodingASCII) return false;
+    rbData in(text);
+    const std::string_view bytes = in.view();
+    const size_t n = bytes.size();
+    // Both ways give nil for results too long for a host string; the UTF-16 way decides.
+    if (n > size_t(0x7FFFFFFF) / 4) return false;
+    if (encoding == kREALTextEncodingASCII ? !IsASCII(bytes.data(), int64_t(n))
+                                           : kxt::wellFormedPrefixLength(bytes) != n) {
+        return false;
+    }
+    RawBytes out(room(n));
+    out.setSize(convert(bytes, out.data()));
+    result = REALBuildUnicodeString(out.view(), kREALTextEncodingUTF8);
+    return true;
+}
+
 REALstring ConvertUnicodeToCharacterDecompositionKXT(REALstring text) {
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         if (gDebugging) LogMessage("ConvertUnicodeToCharacterDecompositionKXT");
         if (text == nullptr) return nullptr;
+        REALstring direct = nullptr;
+        if (convertUTF8Directly(text, kxt::decomposedUTF8Room, kxt::decomposeUTF8, direct)) {
+            return direct;
+        }
         rbText t(text);
         return buildUTF16(kxt::decomposeUTF16(t.utf16()));
     });
@@ -277,6 +560,10 @@ REALstring ConvertUnicodeToCharacterCompositionKXT(REALstring text) {
             return nullptr;
         }
         if (gDebugging) LogMessage("count compositions", int64_t(kxt::kDecompositionCount));
+        REALstring direct = nullptr;
+        if (convertUTF8Directly(text, kxt::composedUTF8Room, kxt::composeUTF8, direct)) {
+            return direct;
+        }
         rbText t(text);
         return buildUTF16(kxt::composeUTF16(t.utf16()));
     });

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string_view>
 #include <vector>
 
 #include "UnicodeTables.h"
@@ -30,6 +31,20 @@ std::vector<uint16_t> decomposeUTF16(std::span<const uint16_t> text);
 // when it cannot.
 std::vector<uint16_t> composeUTF16(std::span<const uint16_t> text);
 
+// The same conversions on well-formed UTF-8, written as UTF-8 to out (which needs room for
+// composedUTF8Room / decomposedUTF8Room of the input's size): the UTF-8 of what the UTF-16
+// forms give for the input's UTF-16 form, which leaves out U+FEFF and U+FFFE. Return the
+// bytes written.
+size_t composeUTF8(std::string_view text, char* out);
+size_t decomposeUTF8(std::string_view text, char* out);
+// Composing never lengthens UTF-8; a decomposition takes at most four times the bytes of
+// what it replaces. Sixteen bytes of slack for block stores.
+inline size_t composedUTF8Room(size_t bytes) {
+    return bytes + 16;
+}
+inline size_t decomposedUTF8Room(size_t bytes) {
+    return 4 * bytes + 16;
+}
 // For tests: drops the lookup table and makes the next build allocate with `allocate` (null:
 // the normal allocator).
 void resetCompositionLookupForTesting(void* (*allocate)(int64_t size));

@@ -1,6 +1,7 @@
 #include "ReplaceLineEndings.h"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 
 #if defined(__SSE2__)
@@ -20,48 +21,70 @@ namespace {
 
 constexpr char kCR = 13, kLF = 10;
 
-// First CR or LF in [p, end), or end.
-const char* findLineBreak(const char* p, const char* end) {
+// Copies [p, stop) to w up to the first CR or LF; returns where the copy stopped in both. The
+// copy goes sixteen bytes a step, so up to 16 bytes past the end of what it copies are
+// written too (the caller's room has that slack; later writes cover them).
+struct Copied {
+    const char* p;
+    char* w;
+};
+
+Copied copyUntilBreak(const char* p, const char* stop, char* w) {
 #if defined(__SSE2__)
     const __m128i cr = _mm_set1_epi8(kCR), lf = _mm_set1_epi8(kLF);
-    while (end - p >= 16) {
+    while (stop - p >= 16) {
         const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(w), v);
         const int hits =
             _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, cr), _mm_cmpeq_epi8(v, lf)));
-        if (hits) return p + __builtin_ctz(unsigned(hits));
+        if (hits) {
+            const int k = __builtin_ctz(unsigned(hits));
+            return {p + k, w + k};
+        }
         p += 16;
+        w += 16;
     }
 #endif
-    while (p < end && *p != kCR && *p != kLF) ++p;
-    return p;
+    while (p < stop && *p != kCR && *p != kLF) *w++ = *p++;
+    return {p, w};
 }
 
 bool onYieldBoundary(const char* p) {
     return reinterpret_cast<uintptr_t>(p) % kYieldInterval == 0;
 }
 
-// Room for one break per 50 bytes plus 1000 spare ones, but never more than the largest possible
-// output. Only a hint: when it cannot be had, the string grows as needed instead.
-void reserveOutput(std::string& out, size_t length, size_t newlineLength) {
-    size_t breaks = length / 50 + 1000, hint = 0, most = 0;
-    if (__builtin_mul_overflow(breaks, newlineLength, &hint) ||
-        __builtin_add_overflow(hint, length, &hint)) {
-        hint = SIZE_MAX;
+constexpr size_t kSlack = 32;
+
+// The most the result can take: the text itself when a break becomes at most one byte; else
+// every byte a newline (cheap to reserve: pages that are never written are never mapped) up to
+// four-byte newlines, and beyond that the text plus the growth of every CR or LF byte.
+size_t resultBound(std::string_view text, size_t newlineLength) {
+    size_t bound = 0;
+    if (newlineLength <= 1) return text.size();
+    if (newlineLength <= 4) return text.size() * newlineLength;
+    const size_t breaks = size_t(
+        std::count_if(text.begin(), text.end(), [](char c) { return c == kCR || c == kLF; }));
+    if (__builtin_mul_overflow(breaks, newlineLength - 1, &bound) ||
+        __builtin_add_overflow(bound, text.size(), &bound)) {
+        throw std::bad_alloc();
     }
-    if (__builtin_mul_overflow(length, std::max<size_t>(newlineLength, 1), &most)) most = SIZE_MAX;
-    try {
-        ReserveLarge(out, std::min(hint, most));
-    } catch (const std::exception&) {
-        out.reserve(length);
-    }
+    return bound;
 }
 
 }  // namespace
 
-std::string replaceLineEndings(std::string_view text, std::string_view newline, YieldHook yield) {
-    std::string out;
-    if (text.empty()) return out;
-    reserveOutput(out, text.size(), newline.size());
+RawBytes replaceLineEndings(std::string_view text, std::string_view newline, YieldHook yield) {
+    if (text.empty()) return {};
+    size_t room = 0;
+    if (__builtin_add_overflow(resultBound(text, newline.size()), kSlack, &room)) {
+        throw std::bad_alloc();
+    }
+    RawBytes out(room);
+    char* w = out.data();
+    // Newlines of up to 16 bytes are written as one 16-byte store (the slack covers the rest).
+    alignas(16) char newline16[16] = {};
+    const bool shortNewline = newline.size() <= 16;
+    if (shortNewline) std::copy(newline.begin(), newline.end(), newline16);
 
     const char* p = text.data();
     const char* const end = p + text.size();
@@ -74,19 +97,26 @@ std::string replaceLineEndings(std::string_view text, std::string_view newline, 
                 kYieldInterval - reinterpret_cast<uintptr_t>(p) % kYieldInterval;
             if (size_t(end - p) > toBoundary) stop = p + toBoundary;
         }
-        const char* q = findLineBreak(p, stop);
-        out.append(p, q);
+        const Copied c = copyUntilBreak(p, stop, w);
+        const char* q = c.p;
+        w = c.w;
         if (yield && q != p && onYieldBoundary(q)) yield();
         if (q == stop) {
             p = q;
             continue;
         }
-        out.append(newline);
+        if (shortNewline) {
+            memcpy(w, newline16, 16);
+        } else {
+            memcpy(w, newline.data(), newline.size());
+        }
+        w += newline.size();
         const char partner = *q == kCR ? kLF : kCR;
         p = q + 1;
         if (p < end && *p == partner) ++p;  // a two-byte step may pass a boundary unnoticed
         if (yield && onYieldBoundary(p)) yield();
     }
+    out.setSize(size_t(w - out.data()));
     return out;
 }
 
@@ -101,8 +131,8 @@ kxt::YieldHook hookFor(bool yield) {
 // UTF-16 and UTF-32 text: both operands as UTF-8, the result in UTF-8.
 REALstring ReplaceLineEndingsKXT_text(REALstring Text, REALstring NewLine, bool yield) {
     rbText text(Text), newline(NewLine);
-    const std::string out = kxt::replaceLineEndings(text.utf8(), newline.utf8(), hookFor(yield));
-    return REALBuildUnicodeString(out, kREALTextEncodingUTF8);
+    const RawBytes out = kxt::replaceLineEndings(text.utf8(), newline.utf8(), hookFor(yield));
+    return REALBuildUnicodeString(out.view(), kREALTextEncodingUTF8);
 }
 
 // Any other text: bytes as they are, NewLine converted into the text's encoding first.
@@ -111,8 +141,8 @@ REALstring ReplaceLineEndingsKXT_binary(REALstring Text, REALstring NewLine, boo
     REALstring converted = REALConvertString(NewLine, encoding);
     rbFreeLater releaseConverted(&converted);
     rbData text(Text), newline(converted);
-    const std::string out = kxt::replaceLineEndings(text.view(), newline.view(), hookFor(yield));
-    return REALBuildUnicodeString(out, encoding);
+    const RawBytes out = kxt::replaceLineEndings(text.view(), newline.view(), hookFor(yield));
+    return REALBuildUnicodeString(out.view(), encoding);
 }
 
 }  // namespace

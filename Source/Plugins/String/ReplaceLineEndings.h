@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "MyMemory.h"
 #include "XojoPluginABI.h"
 
 namespace kxt {
@@ -13,9 +14,11 @@ namespace kxt {
 using YieldHook = void (*)();
 constexpr uintptr_t kYieldInterval = uintptr_t(1) << 24;
 
-// CR, LF, CR LF and LF CR each become one `newline`; CR CR and LF LF are two. One pass.
-std::string replaceLineEndings(std::string_view text, std::string_view newline,
-                               YieldHook yield = nullptr);
+// CR, LF, CR LF and LF CR each become one `newline`; CR CR and LF LF are two. One pass
+// (and a count of CR and LF bytes first for newlines longer than four bytes, to size the
+// result). std::bad_alloc when the result cannot be had.
+RawBytes replaceLineEndings(std::string_view text, std::string_view newline,
+                            YieldHook yield = nullptr);
 
 }  // namespace kxt
 

@@ -50,7 +50,7 @@ int hex2int(unsigned char c) {
     return 0;
 }
 
-std::string encodeURL(std::string_view bytes, RBInteger options) {
+RawBytes encodeURL(std::string_view bytes, RBInteger options) {
     const int mode = int(options & 3);
     const bool spaceAsPlus = mode == 1;
     const bool encodePlus = mode == 1 || mode == 2;
@@ -70,14 +70,15 @@ std::string encodeURL(std::string_view bytes, RBInteger options) {
         }
     }
     // Four bytes are stored for every input byte and the pointer moves by the length: no
-    // branch per byte. One spare byte takes the last store's padding.
-    std::string out = NewLargeString(bytes.size() * 3 + 1);
+    // branch per byte. One spare byte takes the last store's padding. Room for every byte
+    // escaped; pages that are never written cost nothing.
+    RawBytes out(bytes.size() * 3 + 1);
     char* w = out.data();
     for (unsigned char b : bytes) {
         memcpy(w, text[b].data(), 4);
         w += length[b];
     }
-    out.resize(size_t(w - out.data()));
+    out.setSize(size_t(w - out.data()));
     return out;
 }
 
@@ -96,10 +97,11 @@ constexpr std::array<uint8_t, 256> kHexValue = [] {
 
 }  // namespace
 
-std::string decodeURL(std::string_view bytes, RBInteger options) {
+RawBytes decodeURL(std::string_view bytes, RBInteger options, bool* ascii) {
     const bool plusAsSpace = (options & 1) != 0;
     const size_t n = bytes.size();
-    std::string out = NewLargeString(n);
+    RawBytes out(n);
+    unsigned high = 0;  // the high bits of every byte written, ORed
     const auto* in = reinterpret_cast<const unsigned char*>(bytes.data());
     char* w = out.data();
     size_t i = 0;
@@ -109,9 +111,11 @@ std::string decodeURL(std::string_view bytes, RBInteger options) {
         const unsigned char b = in[i];
         if (b == '%') {
             // Digits past the end read as 0; the escape always consumes three bytes.
-            const int high = i + 1 < n ? kHexValue[in[i + 1]] : 0;
-            const int low = i + 2 < n ? kHexValue[in[i + 2]] : 0;
-            *w++ = static_cast<char>((high * 16 + low) & 0xFF);
+            const int digit1 = i + 1 < n ? kHexValue[in[i + 1]] : 0;
+            const int digit2 = i + 2 < n ? kHexValue[in[i + 2]] : 0;
+            const unsigned value = unsigned(digit1 * 16 + digit2) & 0xFF;
+            high |= value;
+            *w++ = static_cast<char>(value);
             i += 3;
             continue;
         }
@@ -128,14 +132,18 @@ std::string decodeURL(std::string_view bytes, RBInteger options) {
             const unsigned special = unsigned(_mm_movemask_epi8(
                 _mm_or_si128(_mm_cmpeq_epi8(x, percent), _mm_cmpeq_epi8(x, plus))));
             const size_t plain = special == 0 ? 16 : size_t(__builtin_ctz(special));
+            // Sign bits of the bytes that count as written.
+            high |= (unsigned(_mm_movemask_epi8(x)) & ((2u << (plain - 1)) - 1)) != 0 ? 0x80 : 0;
             w += plain;
             i += plain;
             continue;
         }
+        high |= b;
         *w++ = static_cast<char>(b);
         ++i;
     }
-    out.resize(size_t(w - out.data()));
+    out.setSize(size_t(w - out.data()));
+    if (ascii != nullptr) *ascii = (high & 0x80) == 0;
     return out;
 }
 
@@ -145,7 +153,8 @@ REALstring EncodingToURL2(REALstring s, RBInteger options) {
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         if (s == nullptr) return nullptr;
         rbData in(s);
-        return REALBuildUnicodeString(kxt::encodeURL(in.view(), options), kREALTextEncodingASCII);
+        return REALBuildUnicodeString(kxt::encodeURL(in.view(), options).view(),
+                                      kREALTextEncodingASCII);
     });
 }
 
@@ -157,7 +166,10 @@ REALstring DecodingToURL2(REALstring s, RBInteger options) {
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         if (s == nullptr) return nullptr;
         rbData in(s);
-        return REALBuildUnicodeString(kxt::decodeURL(in.view(), options), kREALTextEncodingUnknown);
+        bool ascii = false;
+        const RawBytes out = kxt::decodeURL(in.view(), options, &ascii);
+        return REALBuildUnicodeString(out.view().data(), int64_t(out.size()),
+                                      kREALTextEncodingUnknown, ascii);
     });
 }
 

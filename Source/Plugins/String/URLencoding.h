@@ -4,15 +4,16 @@
 #include <string>
 #include <string_view>
 
+#include "MyMemory.h"
 #include "XojoPluginABI.h"
 
 namespace kxt {
 
 // options & 3: 0 and 3 space -> "%20", plus kept; 1 space -> "+", plus -> "%2B"; 2 both encoded.
-std::string encodeURL(std::string_view bytes, RBInteger options);
+RawBytes encodeURL(std::string_view bytes, RBInteger options);
 // "%hh" decodes with non-digits read as 0 (missing digits at the end too); "+" becomes a space
-// when options & 1.
-std::string decodeURL(std::string_view bytes, RBInteger options);
+// when options & 1. *ascii, when given, tells whether every byte of the result is below 0x80.
+RawBytes decodeURL(std::string_view bytes, RBInteger options, bool* ascii = nullptr);
 int hex2int(unsigned char c);
 
 }  // namespace kxt

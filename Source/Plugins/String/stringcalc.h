@@ -15,11 +15,12 @@ namespace kxt {
 // Each writes data.size() bytes to out: out[i] = data[i] op mask[(offset + i) mod mask.size()].
 // The mask must not be empty. AND and OR start at the mask's first byte; the XOR forms take any
 // offset and reduce it modulo the mask length (valid offsets are unchanged). StringXOR2 also
-// XORs each byte with the low 8 bits of its index.
-void maskAND(std::string_view data, std::string_view mask, uint8_t* out);
-void maskOR(std::string_view data, std::string_view mask, uint8_t* out);
-void maskXOR(std::string_view data, std::string_view mask, int64_t offset, uint8_t* out);
-void maskXORIndexed(std::string_view data, std::string_view mask, int64_t offset, uint8_t* out);
+// XORs each byte with the low 8 bits of its index. Each returns true when every byte written
+// is below 0x80.
+bool maskAND(std::string_view data, std::string_view mask, uint8_t* out);
+bool maskOR(std::string_view data, std::string_view mask, uint8_t* out);
+bool maskXOR(std::string_view data, std::string_view mask, int64_t offset, uint8_t* out);
+bool maskXORIndexed(std::string_view data, std::string_view mask, int64_t offset, uint8_t* out);
 
 // The operands' bytes one after the other.
 std::string concatBytes(std::initializer_list<std::string_view> parts);

@@ -76,11 +76,11 @@ uint8_t* yDecode(const uint8_t* source, uint8_t* destination, size_t length) {
     return destination;
 }
 
-std::string yDecode(std::string_view data) {
-    std::string out = NewLargeString(data.size());
+RawBytes yDecode(std::string_view data) {
+    RawBytes out(data.size());
     auto* begin = reinterpret_cast<uint8_t*>(out.data());
     uint8_t* end = yDecode(reinterpret_cast<const uint8_t*>(data.data()), begin, data.size());
-    out.resize(size_t(end - begin));
+    out.setSize(size_t(end - begin));
     return out;
 }
 
@@ -140,15 +140,15 @@ REALstring EncodeEmailSubjectKXT(REALstring s) {
 REALstring yDecodeKXTs(REALstring data) {
     return NilOnAllocationFailure<REALstring>(nullptr, [&]() -> REALstring {
         rbData in(data);
-        return REALBuildUnicodeString(kxt::yDecode(in.view()), kREALTextEncodingUnknown);
+        return REALBuildUnicodeString(kxt::yDecode(in.view()).view(), kREALTextEncodingUnknown);
     });
 }
 
 REALmemoryBlock yDecodeKXTm(REALmemoryBlock data) {
     return NilOnAllocationFailure<REALmemoryBlock>(nullptr, [&]() -> REALmemoryBlock {
         rbData in(data, 0, 0);
-        std::string out = kxt::yDecode(in.view());
-        return REALBuildMemoryblock(out.data(), int64_t(out.size()));
+        const RawBytes out = kxt::yDecode(in.view());
+        return REALBuildMemoryblock(out.view().data(), int64_t(out.size()));
     });
 }
 

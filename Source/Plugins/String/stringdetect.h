@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "MyMemory.h"
 #include "XojoPluginABI.h"
 
 namespace kxt {
@@ -21,7 +22,7 @@ std::string encodeEmailSubject(std::string_view utf8);
 // must hold length bytes; returns the end of what was written. An "=" at the very end escapes
 // a zero.
 uint8_t* yDecode(const uint8_t* source, uint8_t* destination, size_t length);
-std::string yDecode(std::string_view data);
+RawBytes yDecode(std::string_view data);
 
 // Byte-order mark kinds shared by detection and GetUnicodeMarkersKXT.
 enum UnicodeMarker : int64_t {
