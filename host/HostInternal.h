@@ -50,9 +50,10 @@ struct Object {
     int64_t size = 0;
     // String array
     std::vector<REALstring> elements;
-    // StyledText: the runs it owns (one reference each) and alignment per paragraph index
+    // StyledText: the runs it owns (one reference each) and alignment per paragraph index (0
+    // past the end). Indexed, not a map: a document sets one per paragraph, millions of them.
     std::vector<Object*> runs;
-    std::map<int64_t, int64_t> alignments;
+    std::vector<int64_t> alignments;
     // Paragraph structure, kept up to date while runs are appended so that reading
     // ParagraphCount after each append stays linear; rebuilt after any other change.
     bool paragraphsValid = false;
@@ -133,5 +134,8 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b);
 // StyledText helpers (Objects.cpp).
 std::string styledTextUTF8(Host::State& st, Object* styledText);
 std::vector<ParagraphSpec> paragraphsOf(Host::State& st, Object* styledText);
+int64_t paragraphCount(Host::State& st, Object* styledText);
+int64_t alignmentOf(const Object* styledText, int64_t index);
+void setAlignment(Object* styledText, int64_t index, int64_t alignment);
 
 }  // namespace xhost
