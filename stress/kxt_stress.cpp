@@ -259,6 +259,11 @@ std::vector<Case> cases() {
             text(a, multilingual(s.bytes));
             text(a, "Grüße Ærøskøbing Ελληνικά русский 日本語の文 😀 naïve façade cafe");
         });
+    add("ContainsWholeWordKXT(Text as String, Word as String) as boolean",
+        "periodic: a* against a^4095 b", [](Args& a, const Scale& s) {
+            text(a, std::string(s.bytes, 'a'));
+            text(a, std::string(4095, 'a') + "b");
+        });
     add("GetStringsFromDataKXT(data as ptr, size as Integer, MinLength as Integer = 0) as "
         "string()",
         "strings between zero bytes", [](Args& a, const Scale& s) {
@@ -1081,7 +1086,8 @@ int main(int argc, char** argv) {
            << scaleText << ": inputs of " << mib(double(scale.bytes)) << " MiB with " << scale.count
            << " line ends, entities or escapes.\n\n"
            << "- Machine: " << firstLine("/proc/cpuinfo", "model name") << ", "
-           << sysconf(_SC_NPROCESSORS_ONLN) << " cores, " << firstLine("/proc/meminfo", "MemTotal")
+           << sysconf(_SC_NPROCESSORS_ONLN) << " cores, "
+           << mib(double(std::atoll(firstLine("/proc/meminfo", "MemTotal").c_str()))) << " GiB"
            << ", " << u.sysname << " " << u.release << " " << u.machine << "\n"
            << "- Date: " << date << "; load at the end " << firstLine("/proc/loadavg", "") << "\n"
            << "- Extra: peak RSS of the call (VmHWM, reset just before it) above the RSS with its "
@@ -1092,9 +1098,11 @@ int main(int argc, char** argv) {
            << " MiB; time limit " << int(timeout) << " s per case.\n"
            << "- Distances are not linear by nature (the work is the product of the lengths): "
               "a big operand against a short one is what must stay linear, and is what is "
-              "measured.\n\n"
+              "measured.\n"
            << "- Held: RSS right after the call above the baseline, the result still alive (what "
-              "the result costs the host, against what the call needed while it ran).\n\n"
+              "the result costs the host, against what the call needed while it ran). Cases "
+              "without a sized input (numbers, markers) have no ratio.\n"
+           << "\n"
            << "| Method | Hard part | Input MiB | Output MiB | Elements | Baseline MiB | Extra "
               "MiB | Held MiB | Ratio | Bound MiB | Seconds | Result |\n"
            << "|---|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|---|\n";
@@ -1102,7 +1110,11 @@ int main(int argc, char** argv) {
             const double extra = double(r.o.peakKiB - r.o.baselineKiB) * 1024;
             const double io = double(r.o.inputBytes + r.o.outputBytes);
             char ratio[32], secs[32];
-            snprintf(ratio, sizeof ratio, "%.2f", io > 0 ? extra / io : 0.0);
+            if (io >= double(MiB)) {
+                snprintf(ratio, sizeof ratio, "%.2f", extra / io);
+            } else {
+                snprintf(ratio, sizeof ratio, "-");
+            }
             snprintf(secs, sizeof secs, "%.2f", r.o.seconds);
             md << "| `" << escapeCell(r.c->declaration) << "` | " << escapeCell(r.c->hard) << " | "
                << mib(double(r.o.inputBytes)) << " | " << mib(double(r.o.outputBytes)) << " | "
