@@ -2,7 +2,7 @@
 # Builds the stress program and runs every registered method, and RTFDataKXT read and assigned,
 # on huge inputs, one case at a time in a child process of its own, and writes the table to
 # stress/RESULTS.md. SCALE 1 (the default) is 64 MiB inputs with 10 million line ends, entities
-# or escapes; it takes a few minutes and up to about 11 GiB (ten million style runs in the
+# or escapes; it takes a few minutes and up to about 10 GiB (ten million style runs in the
 # host). CTest runs the same program at 1/64.
 #   scripts/stress.sh              # full size
 #   scripts/stress.sh 1/8          # an eighth
