@@ -644,8 +644,8 @@ std::vector<Case> cases() {
     add(
         kGetter, "many styled runs",
         [](Args& a, const Scale& s) {
-            // Runs are host objects of their own: one per hundred of the counted things.
-            std::vector<xhost::RunSpec> runs(std::max<size_t>(s.count / 100, 1));
+            // Runs are host objects of their own (about 1 KB each): one per ten counted things.
+            std::vector<xhost::RunSpec> runs(std::max<size_t>(s.count / 10, 1));
             const std::string body = plain(s.bytes / runs.size());
             for (size_t i = 0; i < runs.size(); ++i) {
                 runs[i].text = body;
