@@ -210,8 +210,8 @@ std::vector<std::string> splitInto(const std::string& s, size_t parts) {
     return out;
 }
 
-std::string rtfDocument(const Scale& s, const std::string& body) {
-    (void)s;
+// A document with a font and a colour table around the body.
+std::string rtfDocument(const std::string& body) {
     return "{\\rtf1\\ansi\\deff0{\\fonttbl{\\f0 Times;}{\\f1 Arial;}}"
            "{\\colortbl;\\red255\\green0\\blue0;\\red0\\green0\\blue255;}\\f0\\fs24 " +
            body + "}";
@@ -580,7 +580,6 @@ std::vector<Case> cases() {
             text(a, std::string(s.bytes, 'a'));
             text(a, std::string(4095, 'a') + "b");
         });
-    const std::string kTarget = "target as string";
     auto ranges = [](int n, bool find) {
         std::string d = "InStrByteRangeKXT(target as string, ";
         if (find) d += "find as string, ";
@@ -663,16 +662,16 @@ std::vector<Case> cases() {
         kSetter, "control words, groups, escapes",
         [](Args& a, const Scale& s) {
             a.values.push_back(xhost::Host::current()->newStyledText({}));
-            raw(a, rtfDocument(s, spread(s.bytes, s.count,
-                                         cycle({"{\\b bold}", "\\par ", "\\'e9", "\\u8364?",
-                                                "{\\i\\cf1 x}", "\\tab ", "\\f1 ", "\\f0 "}))));
+            raw(a, rtfDocument(spread(s.bytes, s.count,
+                                      cycle({"{\\b bold}", "\\par ", "\\'e9", "\\u8364?",
+                                             "{\\i\\cf1 x}", "\\tab ", "\\f1 ", "\\f0 "}))));
         },
         Kind::RTFSetter);
     add(
         kSetter, "paragraphs only",
         [](Args& a, const Scale& s) {
             a.values.push_back(xhost::Host::current()->newStyledText({}));
-            raw(a, rtfDocument(s, spread(s.bytes, s.count, cycle({"\\par\n"}))));
+            raw(a, rtfDocument(spread(s.bytes, s.count, cycle({"\\par\n"}))));
         },
         Kind::RTFSetter);
     add(
@@ -680,7 +679,7 @@ std::vector<Case> cases() {
         [](Args& a, const Scale& s) {
             a.values.push_back(xhost::Host::current()->newStyledText({}));
             raw(a, rtfDocument(
-                       s, spread(s.bytes, s.count, cycle({"\\b ", "\\b0 ", "\\cf2 ", "\\cf0 "}))));
+                       spread(s.bytes, s.count, cycle({"\\b ", "\\b0 ", "\\cf2 ", "\\cf0 "}))));
         },
         Kind::RTFSetter);
     add(
@@ -688,7 +687,7 @@ std::vector<Case> cases() {
         [](Args& a, const Scale& s) {
             a.values.push_back(xhost::Host::current()->newStyledText({}));
             const size_t depth = std::min(s.count, s.bytes / 2);
-            raw(a, rtfDocument(s, std::string(depth, '{') + "x" + std::string(depth, '}')));
+            raw(a, rtfDocument(std::string(depth, '{') + "x" + std::string(depth, '}')));
         },
         Kind::RTFSetter);
     add(
@@ -701,7 +700,7 @@ std::vector<Case> cases() {
             for (size_t i = 0; i < depth; ++i) body += i % 2 ? "{\\b0 " : "{\\b ";
             body += "x";
             body.append(depth, '}');
-            raw(a, rtfDocument(s, body));
+            raw(a, rtfDocument(body));
             // Every open group that changes the style keeps its own saved state (font, size,
             // encoding, colour, flags: 56 bytes) for its closing brace, from 4 bytes of input.
             a.allowancePerThing = 64;
