@@ -833,16 +833,18 @@ struct Row {
 
 // Per byte of input and output, what a linear method may add: its own working copies and
 // result (a few buffers of that size) plus the host's UTF-16 or UTF-32 form of a text, which
-// is up to four times its UTF-8 bytes. Fixed costs (tables, the loaded plugin) get their own
-// allowance. The host keeps every string of an array result and every style run as a record
-// of its own, whatever its length: a string costs its block header, the allocator's overhead
-// and an entry in the host's handle set (about 110 bytes measured); a style run is an object
-// with seven properties, its text and font strings, handle-set entries and its place in the
-// styled text's run and paragraph tables (about 1,050 bytes measured).
+// is up to four times its UTF-8 bytes (the most measured is 7.1, HTML and XML escaping and
+// unescaping, which work on UTF-32 and build their result through a UTF-32 host string).
+// Fixed costs (tables, the loaded plugin) get their own allowance. The host keeps every
+// string of an array result and every style run as a record of its own, whatever its length:
+// a string costs its block header, the allocator's overhead and its slot in the host's handle
+// set (about 90 bytes measured); a style run is an object with seven properties, its text and
+// font strings, handle-set slots and its place in the styled text's run and paragraph tables
+// (about 1,000 bytes measured).
 constexpr double kPerByte = 8;
 constexpr double kFixedMiB = 64;
-constexpr double kPerString = 256;
-constexpr double kPerRun = 1536;
+constexpr double kPerString = 160;
+constexpr double kPerRun = 1280;
 
 double allowedMiB(const Outcome& o) {
     double bytes = kPerByte * double(o.inputBytes + o.outputBytes) + o.perThingBytes;
