@@ -728,10 +728,10 @@ std::vector<ParagraphSpec> Host::paragraphs(const Value& styledText) {
 void Host::setParagraphAlignment(const Value& styledText, int64_t index, int64_t alignment) {
     activate();
     Object* t = styledTextOf(*state_, styledText);
-    if (index < 0 || index >= static_cast<int64_t>(paragraphsOf(*state_, t).size())) {
+    if (index < 0 || index >= paragraphCount(*state_, t)) {
         throw std::invalid_argument("no paragraph " + std::to_string(index));
     }
-    t->alignments[index] = alignment;
+    setAlignment(t, index, alignment);
 }
 
 // ---- Accounting -------------------------------------------------------------------------------

@@ -2,10 +2,13 @@
 // sources include this; clients use XojoHost.h.
 #pragma once
 
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
 #include <map>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 #include "XojoHost.h"
@@ -50,9 +53,10 @@ struct Object {
     int64_t size = 0;
     // String array
     std::vector<REALstring> elements;
-    // StyledText: the runs it owns (one reference each) and alignment per paragraph index
+    // StyledText: the runs it owns (one reference each) and alignment per paragraph index (0
+    // past the end). Indexed, not a map: a document sets one per paragraph, millions of them.
     std::vector<Object*> runs;
-    std::map<int64_t, int64_t> alignments;
+    std::vector<int64_t> alignments;
     // Paragraph structure, kept up to date while runs are appended so that reading
     // ParagraphCount after each append stays linear; rebuilt after any other change.
     bool paragraphsValid = false;
@@ -69,12 +73,110 @@ struct StringDataRecord {
     std::string bytes;
 };
 
+// The live handles of one kind. Every handle a plugin passes is looked up here, so a lookup
+// should touch one cache line: open addressing with linear probing over a power-of-two table
+// kept at most half full, instead of a node-based set whose bucket and node are two cache
+// misses apiece once millions of style runs and strings are live. Null is never a member.
+template <typename T>
+class HandleSet {
+  public:
+    size_t size() const { return size_; }
+    bool empty() const { return size_ == 0; }
+    size_t count(T p) const { return p != nullptr && !slots_.empty() && slots_[find(p)] == p; }
+    void insert(T p) {
+        if (p == nullptr) return;
+        if (2 * (size_ + 1) > slots_.size()) grow();
+        size_t i = find(p);
+        if (slots_[i] == p) return;
+        slots_[i] = p;
+        ++size_;
+    }
+    size_t erase(T p) {
+        if (count(p) == 0) return 0;
+        // Backward-shift deletion: later members of the probe run move up into the hole
+        // unless their home slot lies cyclically after the hole, so no tombstones build up.
+        const size_t mask = slots_.size() - 1;
+        size_t hole = find(p);
+        for (size_t j = (hole + 1) & mask; slots_[j] != nullptr; j = (j + 1) & mask) {
+            const size_t home = slotOf(slots_[j]);
+            const bool stays = hole < j ? (home > hole && home <= j) : (home > hole || home <= j);
+            if (stays) continue;
+            slots_[hole] = slots_[j];
+            hole = j;
+        }
+        slots_[hole] = nullptr;
+        --size_;
+        return 1;
+    }
+    void clear() {
+        slots_.clear();
+        slots_.shrink_to_fit();
+        size_ = 0;
+        shift_ = 64;
+    }
+
+    class const_iterator {
+      public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = T;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const T*;
+        using reference = T;
+        const_iterator(const T* at, const T* end) : at_(at), end_(end) { skip(); }
+        T operator*() const { return *at_; }
+        const_iterator& operator++() {
+            ++at_;
+            skip();
+            return *this;
+        }
+        bool operator==(const const_iterator& o) const { return at_ == o.at_; }
+        bool operator!=(const const_iterator& o) const { return at_ != o.at_; }
+
+      private:
+        void skip() {
+            while (at_ != end_ && *at_ == nullptr) ++at_;
+        }
+        const T* at_;
+        const T* end_;
+    };
+    const_iterator begin() const { return {slots_.data(), slots_.data() + slots_.size()}; }
+    const_iterator end() const {
+        return {slots_.data() + slots_.size(), slots_.data() + slots_.size()};
+    }
+
+  private:
+    size_t slotOf(T p) const {
+        // Fibonacci hashing: the top bits of the product mix every bit of the address.
+        return size_t((uint64_t(reinterpret_cast<uintptr_t>(p)) * 0x9E3779B97F4A7C15ull) >> shift_);
+    }
+    size_t find(T p) const {
+        const size_t mask = slots_.size() - 1;
+        size_t i = slotOf(p);
+        while (slots_[i] != nullptr && slots_[i] != p) i = (i + 1) & mask;
+        return i;
+    }
+    void grow() {
+        std::vector<T> old;
+        old.swap(slots_);
+        const size_t capacity = old.empty() ? 64 : 2 * old.size();
+        slots_.assign(capacity, nullptr);
+        shift_ = 64 - std::countr_zero(capacity);
+        for (T p : old) {
+            if (p != nullptr) slots_[find(p)] = p;
+        }
+    }
+
+    std::vector<T> slots_;
+    size_t size_ = 0;
+    int shift_ = 64;
+};
+
 struct Host::State {
     uint64_t hostSerial = 0;
     uint64_t nextSerial = 1;
-    std::unordered_set<const void*> strings;  // live string blocks
-    std::unordered_set<const Object*> objects;
-    std::unordered_set<const StringDataRecord*> stringData;
+    HandleSet<const void*> strings;  // live string blocks
+    HandleSet<const Object*> objects;
+    HandleSet<const StringDataRecord*> stringData;
     Object* pending = nullptr;  // exception raised by the running handler
     int64_t yields = 0;
     uint32_t interfaceVersion = 0;
@@ -136,5 +238,8 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b);
 // StyledText helpers (Objects.cpp).
 std::string styledTextUTF8(Host::State& st, Object* styledText);
 std::vector<ParagraphSpec> paragraphsOf(Host::State& st, Object* styledText);
+int64_t paragraphCount(Host::State& st, Object* styledText);
+int64_t alignmentOf(const Object* styledText, int64_t index);
+void setAlignment(Object* styledText, int64_t index, int64_t alignment);
 
 }  // namespace xhost

@@ -115,11 +115,6 @@ void ensureParagraphs(Host::State& st, Object* t) {
     t->paragraphsValid = true;
 }
 
-int64_t paragraphCount(Host::State& st, Object* t) {
-    ensureParagraphs(st, t);
-    return static_cast<int64_t>(t->paragraphEnds.size()) + (t->openStart >= 0 ? 1 : 0);
-}
-
 std::pair<int64_t, int64_t> paragraphRange(Object* t, int64_t index) {
     if (index < static_cast<int64_t>(t->paragraphEnds.size())) return t->paragraphEnds[index];
     return {t->openStart, t->characters - 1};
@@ -161,8 +156,7 @@ REALobject styledTextParagraph(REALobject self, RBInteger index) {
     Object* p = newObject(*st, "Paragraph");
     findProp(p, "StartPos")->integer = start;
     findProp(p, "EndPos")->integer = end;
-    auto a = t->alignments.find(index);
-    findProp(p, "Alignment")->integer = a == t->alignments.end() ? 0 : a->second;
+    findProp(p, "Alignment")->integer = alignmentOf(t, index);
     return reinterpret_cast<REALobject>(p);
 }
 
@@ -205,7 +199,7 @@ void styledTextParagraphAlignment(REALobject self, RBInteger index, RBInteger va
         outOfBounds(*st, "ParagraphAlignment", index);
         return;
     }
-    t->alignments[index] = value;
+    setAlignment(t, index, value);
 }
 
 void memoryBlockConstructor(REALobject self, RBInteger bytes) {
@@ -266,6 +260,25 @@ void releaseContents(Host::State& st, Object* o) {
 }
 
 }  // namespace
+
+int64_t paragraphCount(Host::State& st, Object* t) {
+    ensureParagraphs(st, t);
+    return static_cast<int64_t>(t->paragraphEnds.size()) + (t->openStart >= 0 ? 1 : 0);
+}
+
+int64_t alignmentOf(const Object* t, int64_t index) {
+    return index >= 0 && index < static_cast<int64_t>(t->alignments.size())
+               ? t->alignments[static_cast<size_t>(index)]
+               : 0;
+}
+
+void setAlignment(Object* t, int64_t index, int64_t alignment) {
+    if (index < 0) return;
+    if (index >= static_cast<int64_t>(t->alignments.size())) {
+        t->alignments.resize(static_cast<size_t>(index) + 1, 0);
+    }
+    t->alignments[static_cast<size_t>(index)] = alignment;
+}
 
 Object* newObject(Host::State& st, std::string_view className) {
     for (const ClassDef& def : classes()) {
@@ -361,8 +374,7 @@ std::vector<ParagraphSpec> paragraphsOf(Host::State& st, Object* t) {
     int64_t count = paragraphCount(st, t);
     for (int64_t i = 0; i < count; ++i) {
         auto [start, end] = paragraphRange(t, i);
-        auto a = t->alignments.find(i);
-        out.push_back({start, end, a == t->alignments.end() ? 0 : a->second});
+        out.push_back({start, end, alignmentOf(t, i)});
     }
     return out;
 }

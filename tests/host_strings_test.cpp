@@ -5,6 +5,7 @@
 #include <cstring>
 #include <optional>
 #include <random>
+#include <set>
 
 #include "Encodings.h"
 #include "HostFixture.h"
@@ -384,3 +385,34 @@ TEST(HostEncodings, NamesAndPrefixesResolve) {
 }
 
 }  // namespace
+
+// The host's set of live handles against std::set: random inserts and erases (many colliding
+// in the low bits, as aligned allocations do), membership, size and iteration after each step.
+TEST(HandleSet, AgreesWithAnOrderedSet) {
+    std::mt19937_64 rng(20241123);
+    for (int round = 0; round < 20; ++round) {
+        xhost::HandleSet<const void*> set;
+        std::set<const void*> reference;
+        const uint64_t range = round % 2 ? 64 : 5000;
+        for (int step = 0; step < 4000; ++step) {
+            auto* p = reinterpret_cast<const void*>(uintptr_t(16 * (1 + rng() % range)));
+            if (rng() % 3 == 0) {
+                ASSERT_EQ(set.erase(p), reference.erase(p))
+                    << "round " << round << " step " << step;
+            } else {
+                set.insert(p);
+                reference.insert(p);
+            }
+            auto* q = reinterpret_cast<const void*>(uintptr_t(16 * (1 + rng() % range)));
+            ASSERT_EQ(set.count(q), reference.count(q)) << "round " << round << " step " << step;
+            ASSERT_EQ(set.size(), reference.size());
+        }
+        std::set<const void*> members(set.begin(), set.end());
+        EXPECT_EQ(members, reference) << "round " << round;
+        for (const void* p : reference) EXPECT_EQ(set.erase(p), 1u);
+        EXPECT_TRUE(set.empty());
+        EXPECT_EQ(set.count(nullptr), 0u);
+        set.clear();
+        EXPECT_EQ(set.begin() != set.end(), false);
+    }
+}

@@ -174,6 +174,34 @@ TEST_F(StyledTextHost, ParagraphAlignmentIsKeptPerParagraph) {
     service<void (*)(REALobject)>("REALUnlockObject")(p);
 }
 
+// Alignments are kept by paragraph index: one for every paragraph of a long document, kept
+// when runs are removed and appended again, and dropped when Text replaces the content.
+TEST_F(StyledTextHost, ParagraphAlignmentsForEveryParagraph) {
+    constexpr int kParagraphs = 20000;
+    Value t = host().newStyledText(runsOf({std::string(kParagraphs - 1, '\r') + "end"}));
+    auto align = reinterpret_cast<void (*)(REALobject, RBInteger, RBInteger)>(method(
+        t.objectHandle(), "ParagraphAlignment(Index As Integer, assigns _value as Integer)"));
+    for (int i = kParagraphs - 1; i >= 0; i -= 3) align(t.objectHandle(), i, 1 + i % 3);
+    auto paragraphs = host().paragraphs(t);
+    ASSERT_EQ(paragraphs.size(), size_t(kParagraphs));
+    for (int i = 0; i < kParagraphs; ++i) {
+        ASSERT_EQ(paragraphs[size_t(i)].alignment, (kParagraphs - 1 - i) % 3 ? 0 : 1 + i % 3) << i;
+    }
+
+    Value small = host().newStyledText(runsOf({"a\r", "b\r", "c"}));
+    align(small.objectHandle(), 2, 3);
+    reinterpret_cast<void (*)(REALobject, RBInteger)>(
+        method(small.objectHandle(), "RemoveStyleRun(Index as Integer)"))(small.objectHandle(), 2);
+    EXPECT_EQ(host().paragraphs(small), (std::vector<ParagraphSpec>{{0, 1, 0}, {2, 3, 0}}));
+    appendText(small, "d");
+    EXPECT_EQ(host().paragraphs(small),
+              (std::vector<ParagraphSpec>{{0, 1, 0}, {2, 3, 0}, {4, 4, 3}}));
+    Value replacement = S("x\ry");
+    service<RBBoolean (*)(REALobject, const char*, REALstring)>("REALSetPropValueString")(
+        small.objectHandle(), "Text", replacement.stringHandle());
+    EXPECT_EQ(host().paragraphs(small), (std::vector<ParagraphSpec>{{0, 1, 0}, {2, 2, 0}}));
+}
+
 // Out-of-range indices raise OutOfBoundsException, as the host's arrays do.
 TEST_F(StyledTextHost, BadIndicesRaiseOutOfBounds) {
     static Value* text = nullptr;

@@ -61,6 +61,35 @@ TEST_F(StyleRunHelpers, RunsArePlacedByPosition) {
     EXPECT_EQ(Bytes(copies[0].font), "Times");
 }
 
+// Reading a document holds exactly one reference per run on its text and font beyond the
+// styled text's own, however the array grew; moves take references over, copies add one, and
+// a move-assigned run gives back what it held.
+TEST_F(StyleRunHelpers, RunsHoldOneReferenceEachThroughMoves) {
+    std::vector<RunSpec> specs;
+    for (int i = 0; i < 300; ++i) specs.push_back({"run" + std::to_string(i) + "\r", "Font"});
+    Value text = host().newStyledText(specs);
+    auto refs = [](REALstring s) { return static_cast<xhost::StringHeader*>((void*)s)->refs; };
+    std::vector<XojoStyleRun> runs;
+    GetXojoStyleRunsForText(text.objectHandle(), runs, false);
+    ASSERT_EQ(runs.size(), specs.size());
+    for (const auto& r : runs) {
+        ASSERT_EQ(refs(r.text), 2);
+        ASSERT_EQ(refs(r.font), 2);
+    }
+    XojoStyleRun moved(std::move(runs[0]));
+    EXPECT_EQ(runs[0].text, nullptr);
+    EXPECT_EQ(runs[0].font, nullptr);
+    EXPECT_EQ(refs(moved.text), 2);
+    XojoStyleRun copy(moved);
+    EXPECT_EQ(refs(moved.text), 3);
+    REALstring released = runs[1].text;
+    runs[1] = std::move(copy);
+    EXPECT_EQ(refs(released), 1);
+    EXPECT_EQ(refs(moved.text), 3);
+    EXPECT_EQ(copy.text, nullptr);
+    EXPECT_EQ(Bytes(runs[1].text), "run0\r");
+}
+
 TEST_F(StyleRunHelpers, NoRunsWithoutRunsOrParagraphs) {
     std::vector<XojoStyleRun> runs;
     GetXojoStyleRunsForText(nullptr, runs, false);

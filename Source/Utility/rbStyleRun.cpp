@@ -2,6 +2,7 @@
 #include "rbStyleRun.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "REALplugin.h"
 #include "rbData.h"
@@ -36,6 +37,37 @@ XojoStyleRun& XojoStyleRun::operator=(const XojoStyleRun& other) {
     middlePos = other.middlePos;
     setFont(other.font);
     setText(other.text);
+    return *this;
+}
+
+XojoStyleRun::XojoStyleRun(XojoStyleRun&& other) noexcept
+    : bold(other.bold),
+      underline(other.underline),
+      italic(other.italic),
+      textColor(other.textColor),
+      size(other.size),
+      alignment(other.alignment),
+      startPos(other.startPos),
+      length(other.length),
+      middlePos(other.middlePos),
+      font(std::exchange(other.font, nullptr)),
+      text(std::exchange(other.text, nullptr)) {}
+
+XojoStyleRun& XojoStyleRun::operator=(XojoStyleRun&& other) noexcept {
+    if (this == &other) return *this;
+    bold = other.bold;
+    underline = other.underline;
+    italic = other.italic;
+    textColor = other.textColor;
+    size = other.size;
+    alignment = other.alignment;
+    startPos = other.startPos;
+    length = other.length;
+    middlePos = other.middlePos;
+    if (text != nullptr) REALUnlockString(text);
+    if (font != nullptr) REALUnlockString(font);
+    font = std::exchange(other.font, nullptr);
+    text = std::exchange(other.text, nullptr);
     return *this;
 }
 
@@ -194,13 +226,14 @@ void GetXojoStyleRunsForText(REALobject styledText, std::vector<XojoStyleRun>& r
         record.italic = GetItalic(run);
         record.underline = GetUnderline(run);
         record.size = GetSize(run);
-        record.setFont(font);
-        record.setText(text);
-        record.length = GetStringLength(text);
+        // The record takes over the two new references.
+        record.font = std::exchange(font, nullptr);
+        record.text = std::exchange(text, nullptr);
+        record.length = GetStringLength(record.text);
         record.startPos = position;
         record.middlePos = position + record.length / 2;
         position += record.length;
-        runs.push_back(record);
+        runs.push_back(std::move(record));
     }
 
     if (skipParagraphs || paragraphCount < 1) return;

@@ -31,6 +31,10 @@ class XojoStyleRun {
     XojoStyleRun() = default;
     XojoStyleRun(const XojoStyleRun& other);
     XojoStyleRun& operator=(const XojoStyleRun& other);
+    // Moving takes the locks over: no host calls (a document's runs are read into a growing
+    // array, millions of them).
+    XojoStyleRun(XojoStyleRun&& other) noexcept;
+    XojoStyleRun& operator=(XojoStyleRun&& other) noexcept;
     ~XojoStyleRun();
 
     // Lock the new string before releasing the old one, so setting the same string is safe.

@@ -1,0 +1,1163 @@
+// Every registered method, and RTFDataKXT read and assigned, on huge inputs through the emulated
+// host, each case in a child process of its own so that its peak memory, time and crashes are
+// its own. A case fails when the memory it adds above what its arguments already hold exceeds
+// a bound linear in its input and output, when it does not finish in time (a hang or
+// quadratic work), when it crashes, raises, or leaves a host reference behind. The method list
+// comes from the host's registrations: an overload without a case fails as missing.
+//
+//   kxt_stress [--scale 1/64] [--results FILE] [--timeout SECONDS] [--only TEXT] [--skip TEXT]
+//              [--no-memory-bound] [--list]
+//
+// --only and --skip pick cases whose declaration or description contains the text.
+// --no-memory-bound reports memory without failing on it (sanitizer builds, whose shadow memory
+// and quarantine say nothing about the plugin's own needs).
+//
+// Full scale (1) is 64 MiB inputs and 10 million line ends, entities or escapes.
+#include <malloc.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/utsname.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "XojoHost.h"
+
+using xhost::Value;
+
+namespace {
+
+constexpr size_t MiB = size_t(1) << 20;
+
+// ---- Inputs --------------------------------------------------------------------------------
+
+struct Scale {
+    size_t bytes;  // size of a big input
+    size_t count;  // number of line ends, entities or escapes in it
+};
+
+// A fixed-seed generator, so every run measures the same bytes.
+struct Rng {
+    uint64_t s = 0x9E3779B97F4A7C15ull;
+    uint32_t next() {
+        s ^= s << 13;
+        s ^= s >> 7;
+        s ^= s << 17;
+        return uint32_t(s >> 16);
+    }
+};
+
+const std::string kFill = "lorem ipsum dolor sit amet consectetur adipiscing elit sed do ";
+
+// `count` tokens spread evenly over `size` bytes of plain words. Tokens longer than their
+// share make the text longer; the sizes reported are the real ones.
+using Token = std::function<void(std::string&, Rng&, size_t index)>;
+std::string spread(size_t size, size_t count, const Token& token, const std::string& fill = kFill) {
+    std::string s;
+    s.reserve(size + 64);
+    Rng rng;
+    count = std::max<size_t>(count, 1);
+    for (size_t i = 0; i < count; ++i) {
+        token(s, rng, i);
+        const size_t end = (i + 1) * (size / count);
+        while (s.size() < end) s.push_back(fill[s.size() % fill.size()]);
+    }
+    while (s.size() < size) s.push_back(fill[s.size() % fill.size()]);
+    return s;
+}
+
+Token cycle(std::vector<std::string> tokens) {
+    return [tokens = std::move(tokens)](std::string& s, Rng&, size_t i) {
+        s += tokens[i % tokens.size()];
+    };
+}
+
+std::string plain(size_t size) {
+    return spread(size, 1, cycle({""}));
+}
+
+std::string repeated(size_t size, const std::string& unit) {
+    std::string s;
+    s.reserve(size + unit.size());
+    while (s.size() + unit.size() <= size) s += unit;
+    while (s.size() < size) s.push_back(' ');
+    return s;
+}
+
+// Text in many scripts, whole characters only.
+std::string multilingual(size_t size) {
+    return repeated(size, "café Grüße Ærøskøbing Ελληνικά русский 日本語の文 😀 naïve façade ");
+}
+
+std::string randomBytes(size_t size) {
+    std::string s(size, '\0');
+    Rng rng;
+    for (size_t i = 0; i < size; i += 4) {
+        uint32_t v = rng.next();
+        std::memcpy(s.data() + i, &v, std::min<size_t>(4, size - i));
+    }
+    return s;
+}
+
+std::string asUTF16(const std::string& ascii) {
+    std::string s(ascii.size() * 2, '\0');
+    for (size_t i = 0; i < ascii.size(); ++i) s[2 * i] = ascii[i];
+    return s;
+}
+
+std::string hexDigits(uint32_t v, int n) {
+    static const char* kHex = "0123456789ABCDEF";
+    std::string s;
+    for (int i = n - 1; i >= 0; --i) s.push_back(kHex[(v >> (4 * i)) & 15]);
+    return s;
+}
+
+// ---- Cases ---------------------------------------------------------------------------------
+
+enum class Kind { Method, RTFGetter, RTFSetter };
+
+struct Args {
+    std::vector<Value> values;
+    std::vector<std::string> buffers;  // memory behind Ptr arguments
+    size_t inputBytes = 0;
+    // Bytes the case may add per counted thing beyond the general bound, for structures whose
+    // cost is per thing rather than per byte (set by the few cases that need it).
+    double allowancePerThing = 0;
+    size_t things = 0;
+};
+
+struct Case {
+    std::string declaration;  // as registered
+    std::string hard;         // what the input stresses
+    std::function<void(Args&, const Scale&)> make;
+    Kind kind = Kind::Method;
+};
+
+// Argument helpers: each adds to the input count what the method receives.
+void text(Args& a, std::string bytes, uint32_t encoding = kREALTextEncodingUTF8) {
+    a.inputBytes += bytes.size();
+    a.values.push_back(Value::string(bytes, encoding));
+}
+void raw(Args& a, std::string bytes) {
+    text(a, std::move(bytes), kREALTextEncodingUnknown);
+}
+void integer(Args& a, int64_t v) {
+    a.values.push_back(Value::integer(v));
+}
+void boolean(Args& a, bool v) {
+    a.values.push_back(Value::boolean(v));
+}
+void memoryBlock(Args& a, const std::string& bytes) {
+    a.inputBytes += bytes.size();
+    a.values.push_back(Value::memoryBlock(bytes));
+}
+void pointer(Args& a, std::string bytes) {
+    a.inputBytes += bytes.size();
+    a.buffers.push_back(std::move(bytes));
+    a.values.push_back(Value::pointer(a.buffers.back().data()));
+    a.values.push_back(Value::integer(int64_t(a.buffers.back().size())));
+}
+
+// Printable runs of five letters between zero bytes: one string per six bytes.
+std::string stringsInBinary(const Scale& s) {
+    return spread(s.bytes, s.count, cycle({std::string("\0", 1)}), "abcde");
+}
+std::string brokenUTF8(const Scale& s) {
+    return spread(s.bytes, s.count, cycle({"\xC3", "\xFF", "\xE2\x82", "\xED\xA0\x80"}));
+}
+std::string lineEnds(const Scale& s) {
+    return spread(s.bytes, s.count, cycle({"\r\n", "\n", "\r"}));
+}
+std::string yEncoded(const Scale& s) {
+    // Escapes of the critical bytes (NUL, LF, CR, '=') among ordinary coded bytes.
+    return spread(s.bytes, s.count, cycle({"=@", "=J", "=M", "=}"}));
+}
+std::string decomposed(const Scale& s) {
+    return spread(s.bytes, s.count, cycle({"e\xCC\x81", "A\xCC\x8A", "o\xCC\x88", "n\xCC\x83"}));
+}
+std::string precomposed(const Scale& s) {
+    return spread(s.bytes, s.count, cycle({"é", "Å", "ö", "ñ", "ǘ", "Ḉ"}));
+}
+// One base letter followed by every combining mark: canonical ordering sorts one long run.
+std::string markRun(const Scale& s) {
+    std::string t = "a";
+    const char* marks[] = {"\xCC\x81", "\xCC\x96", "\xCD\x85", "\xCC\x9B"};  // 230 220 240 216
+    for (size_t i = 0; t.size() + 2 <= s.bytes && i < s.count; ++i) t += marks[i % 4];
+    return t;
+}
+
+std::vector<std::string> splitInto(const std::string& s, size_t parts) {
+    std::vector<std::string> out;
+    for (size_t i = 0; i < parts; ++i) {
+        out.push_back(
+            s.substr(i * s.size() / parts, (i + 1) * s.size() / parts - i * s.size() / parts));
+    }
+    return out;
+}
+
+// A document with a font and a colour table around the body.
+std::string rtfDocument(const std::string& body) {
+    return "{\\rtf1\\ansi\\deff0{\\fonttbl{\\f0 Times;}{\\f1 Arial;}}"
+           "{\\colortbl;\\red255\\green0\\blue0;\\red0\\green0\\blue255;}\\f0\\fs24 " +
+           body + "}";
+}
+
+std::vector<Case> cases() {
+    std::vector<Case> c;
+    auto add = [&](std::string declaration, std::string hard,
+                   std::function<void(Args&, const Scale&)> make, Kind kind = Kind::Method) {
+        c.push_back({std::move(declaration), std::move(hard), std::move(make), kind});
+    };
+    const std::string kReplaceLineEndings =
+        "ReplaceLineEndingsKXT(Text as String, NewLine as String, yield as boolean = false) as "
+        "String";
+    add(kReplaceLineEndings, "line ends CR LF CRLF -> LF", [](Args& a, const Scale& s) {
+        text(a, lineEnds(s));
+        text(a, "\n");
+    });
+    add(kReplaceLineEndings, "line ends -> CRLF, yielding", [](Args& a, const Scale& s) {
+        text(a, lineEnds(s));
+        text(a, "\r\n");
+        boolean(a, true);
+    });
+    add("HasPrefixKXT(Text as String, Prefix as String) as boolean", "prefix as long as text",
+        [](Args& a, const Scale& s) {
+            text(a, plain(s.bytes));
+            text(a, plain(s.bytes));
+        });
+    add("HasPrefixKXT(Text as String, Prefix as String) as boolean", "UTF-16 text, UTF-8 prefix",
+        [](Args& a, const Scale& s) {
+            text(a, asUTF16(plain(s.bytes / 2)), kREALTextEncodingUTF16);
+            text(a, plain(s.bytes / 2));
+        });
+    add("HasPostfixKXT(Text as String, Prefix as String) as boolean", "postfix as long as text",
+        [](Args& a, const Scale& s) {
+            text(a, plain(s.bytes));
+            text(a, plain(s.bytes));
+        });
+    add("HasPostfixKXT(Text as String, Prefix as String) as boolean", "UTF-16 text, UTF-8 postfix",
+        [](Args& a, const Scale& s) {
+            text(a, asUTF16(plain(s.bytes / 2)), kREALTextEncodingUTF16);
+            text(a, plain(s.bytes / 2));
+        });
+    add("ContainsWholeWordKXT(Text as String, Word as String) as boolean",
+        "word inside other words everywhere", [](Args& a, const Scale& s) {
+            text(a, spread(s.bytes, s.count, cycle({"xword", "wordy", "Word_"})));
+            text(a, "word");
+        });
+    add("ContainsWholeWordKXT(Text as String, Word as String) as boolean",
+        "multilingual, long word absent", [](Args& a, const Scale& s) {
+            text(a, multilingual(s.bytes));
+            text(a, "Grüße Ærøskøbing Ελληνικά русский 日本語の文 😀 naïve façade cafe");
+        });
+    add("ContainsWholeWordKXT(Text as String, Word as String) as boolean",
+        "periodic: a* against a^4095 b", [](Args& a, const Scale& s) {
+            text(a, std::string(s.bytes, 'a'));
+            text(a, std::string(4095, 'a') + "b");
+        });
+    add("GetStringsFromDataKXT(data as ptr, size as Integer, MinLength as Integer = 0) as "
+        "string()",
+        "strings between zero bytes", [](Args& a, const Scale& s) {
+            pointer(a, stringsInBinary(s));
+            integer(a, 4);
+        });
+    add("GetStringsFromDataKXT(data as MemoryBlock, MinLength as Integer = 0) as string()",
+        "strings between zero bytes", [](Args& a, const Scale& s) {
+            memoryBlock(a, stringsInBinary(s));
+            integer(a, 4);
+        });
+    add("GetStringsFromDataKXT(data as String, MinLength as Integer = 0) as string()",
+        "strings between zero bytes", [](Args& a, const Scale& s) {
+            raw(a, stringsInBinary(s));
+            integer(a, 4);
+        });
+    add("GetStringsFromDataKXT(data as String, MinLength as Integer = 0) as string()",
+        "random bytes, default length",
+        [](Args& a, const Scale& s) { raw(a, randomBytes(s.bytes)); });
+    add("CheckUTF8KXT(data as ptr, size as Integer, Placeholder as string) as string",
+        "invalid sequences, 3-byte placeholder", [](Args& a, const Scale& s) {
+            pointer(a, brokenUTF8(s));
+            text(a, "\xEF\xBF\xBD");
+        });
+    add("CheckUTF8KXT(mem as MemoryBlock, Placeholder as string) as string",
+        "invalid sequences, 3-byte placeholder", [](Args& a, const Scale& s) {
+            memoryBlock(a, brokenUTF8(s));
+            text(a, "\xEF\xBF\xBD");
+        });
+    add("CheckUTF8KXT(data as string, Placeholder as string) as string",
+        "invalid sequences, 3-byte placeholder", [](Args& a, const Scale& s) {
+            raw(a, brokenUTF8(s));
+            text(a, "\xEF\xBF\xBD");
+        });
+    add("CheckUTF8KXT(data as string, Placeholder as string) as string", "valid multilingual",
+        [](Args& a, const Scale& s) {
+            text(a, multilingual(s.bytes));
+            text(a, "?");
+        });
+    add("EncodeEmailSubjectKXT(s as string) as string", "multilingual, all encoded",
+        [](Args& a, const Scale& s) { text(a, multilingual(s.bytes)); });
+    add("_yDecodeMemoryKXT(data as memoryblock) as memoryblock", "yEnc escapes",
+        [](Args& a, const Scale& s) { memoryBlock(a, yEncoded(s)); });
+    add("_yDecodeStringKXT(data as string) as string", "yEnc escapes",
+        [](Args& a, const Scale& s) { raw(a, yEncoded(s)); });
+    add("JaroWinklerDistanceKXT(a as string, b as string) as double",
+        "long against short (linear only then)", [](Args& a, const Scale& s) {
+            text(a, multilingual(s.bytes));
+            text(a, "café naïve");
+        });
+    add("JaroWinklerDistanceKXT(a as string, b as string) as double",
+        "short against long (linear only then)", [](Args& a, const Scale& s) {
+            text(a, "café naïve");
+            text(a, multilingual(s.bytes));
+        });
+    add("LevenshteinDistanceKXT(a as string, b as string) as double",
+        "long against short (linear only then)", [](Args& a, const Scale& s) {
+            text(a, multilingual(s.bytes));
+            text(a, "café naïve");
+        });
+    add("LevenshteinDistanceKXT(a as string, b as string) as double",
+        "short against long (linear only then)", [](Args& a, const Scale& s) {
+            text(a, "café naïve");
+            text(a, multilingual(s.bytes));
+        });
+    add("ScientificStrKXT(d as double, digits as integer) as string", "no size input; most digits",
+        [](Args& a, const Scale&) {
+            a.values.push_back(Value::real(1.0 / 3.0));
+            integer(a, 1000000000);
+        });
+    add("StrKXT(d as double) as string", "no size input",
+        [](Args& a, const Scale&) { a.values.push_back(Value::real(-1.7976931348623157e308)); });
+    add("RandomBytesStringKXT(Length as integer, ASCII as boolean=false) as string",
+        "size of the result", [](Args& a, const Scale& s) { integer(a, int64_t(s.bytes)); });
+    add("RandomBytesStringKXT(Length as integer, ASCII as boolean=false) as string",
+        "size of the result, ASCII", [](Args& a, const Scale& s) {
+            integer(a, int64_t(s.bytes));
+            boolean(a, true);
+        });
+    add("CreateStringKXT(Length as integer, Content as String) as string", "size of the result",
+        [](Args& a, const Scale& s) {
+            integer(a, int64_t(s.bytes));
+            text(a, "abc");
+        });
+    add("StrCompBytesKXT(a as string, b as string) as integer", "equal but the last byte",
+        [](Args& a, const Scale& s) {
+            std::string t = plain(s.bytes);
+            text(a, t);
+            t.back() = '!';
+            text(a, t);
+        });
+    add("StrCompCharactersKXT(a as string, b as string) as integer",
+        "UTF-8 against UTF-16, equal but the last", [](Args& a, const Scale& s) {
+            std::string t = plain(s.bytes / 2);
+            text(a, t);
+            t.back() = '!';
+            text(a, asUTF16(t), kREALTextEncodingUTF16);
+        });
+    add("CountOccurancesKXT(s as string, find as string) as integer", "matches",
+        [](Args& a, const Scale& s) {
+            text(a, spread(s.bytes, s.count, cycle({"needle"})));
+            text(a, "needle");
+        });
+    add("CountOccurancesKXT(s as string, find as string) as integer",
+        "periodic: a* against a^4095 b", [](Args& a, const Scale& s) {
+            text(a, std::string(s.bytes, 'a'));
+            text(a, std::string(4095, 'a') + "b");
+        });
+    add("ClearStringContentKXT(s as String) as Boolean", "size",
+        [](Args& a, const Scale& s) { text(a, plain(s.bytes)); });
+    add("DetectUnicodeMarkersKXT(s as string) as integer", "size, byte-order mark",
+        [](Args& a, const Scale& s) { raw(a, "\xEF\xBB\xBF" + plain(s.bytes)); });
+    add("GetUnicodeMarkersKXT(kind as integer) as string", "no size input",
+        [](Args& a, const Scale&) { integer(a, 2); });
+    add("StringIsHTMLreadyKXT(s as string) as boolean", "entities", [](Args& a, const Scale& s) {
+        text(a, spread(s.bytes, s.count, cycle({"&amp;", "&lt;", "&#233;", "&eacute;"})));
+    });
+    add("StringIsXMLreadyKXT(s as string) as boolean", "entities", [](Args& a, const Scale& s) {
+        text(a, spread(s.bytes, s.count, cycle({"&amp;", "&lt;", "&#233;", "&quot;"})));
+    });
+    add("StringANDKXT(a as string,b as string) as string", "two big operands",
+        [](Args& a, const Scale& s) {
+            raw(a, randomBytes(s.bytes));
+            raw(a, plain(s.bytes));
+        });
+    add("StringORKXT(a as string,b as string) as string", "two big operands",
+        [](Args& a, const Scale& s) {
+            raw(a, randomBytes(s.bytes));
+            raw(a, plain(s.bytes));
+        });
+    add("StringXORKXT(data as string, XorMask as string, MaskOffset as integer = 0) as string",
+        "short mask, offset", [](Args& a, const Scale& s) {
+            raw(a, randomBytes(s.bytes));
+            raw(a, "secret!");
+            integer(a, 3);
+        });
+    add("StringXORKXT(data as string, XorMask as string, MaskOffset as integer = 0) as string",
+        "mask as long as data", [](Args& a, const Scale& s) {
+            raw(a, randomBytes(s.bytes));
+            raw(a, plain(s.bytes));
+        });
+    add("StringXOR2KXT(data as string, XorMask as string, MaskOffset as integer = 0) as string",
+        "short mask, offset", [](Args& a, const Scale& s) {
+            raw(a, randomBytes(s.bytes));
+            raw(a, "secret!");
+            integer(a, 3);
+        });
+    add("UnicodeStringKXT(s as string) as string", "multilingual UTF-8",
+        [](Args& a, const Scale& s) { text(a, multilingual(s.bytes)); });
+    add("UnicodeStringKXT(s as string) as string", "ISO Latin 1 bytes",
+        [](Args& a, const Scale& s) {
+            text(a, spread(s.bytes, s.count, cycle({"\xE9", "\xFC\xDF"})),
+                 kREALTextEncodingISOLatin1);
+        });
+    add("NativeStringKXT(s as string) as string", "multilingual UTF-8",
+        [](Args& a, const Scale& s) { text(a, multilingual(s.bytes)); });
+    add("NativeStringKXT(s as string) as string", "UTF-16", [](Args& a, const Scale& s) {
+        text(a, asUTF16(plain(s.bytes / 2)), kREALTextEncodingUTF16);
+    });
+    add("DecodingFromMySQLKXT(s as string) as string", "backslash escapes",
+        [](Args& a, const Scale& s) {
+            text(a, spread(s.bytes, s.count, cycle({"\\n", "\\'", "\\\\", "\\0", "\\Z", "\\%"})));
+        });
+    add("EncodingToHTMLKXT(s as string, options as integer = 0) as string", "characters to escape",
+        [](Args& a, const Scale& s) {
+            text(a, spread(s.bytes, s.count, cycle({"<", "&", "\"", "é", "€", "'"})));
+        });
+    add("EncodingToHTMLKXT(s as string, options as integer = 0) as string",
+        "multilingual, options 1", [](Args& a, const Scale& s) {
+            text(a, multilingual(s.bytes));
+            integer(a, 1);
+        });
+    add("DecodingFromHTMLKXT(s as string) as string", "entities", [](Args& a, const Scale& s) {
+        text(a, spread(s.bytes, s.count,
+                       cycle({"&amp;", "&eacute;", "&#233;", "&#x20AC;", "&bogus"})));
+    });
+    add("DecodingFromHTMLKXT(s as string) as string", "ampersands, no entity ends",
+        [](Args& a, const Scale& s) {
+            text(a, spread(s.bytes, s.count, cycle({"&"}), "abcdefghij"));
+        });
+    add("EncodingToXMLKXT(s as string, options as integer = 0) as string", "characters to escape",
+        [](Args& a, const Scale& s) {
+            text(a, spread(s.bytes, s.count, cycle({"<", "&", "\"", "é", "€", "'"})));
+        });
+    add("EncodingToXMLKXT(s as string, options as integer = 0) as string",
+        "multilingual, options 1", [](Args& a, const Scale& s) {
+            text(a, multilingual(s.bytes));
+            integer(a, 1);
+        });
+    add("DecodingFromXMLKXT(s as string) as string", "entities", [](Args& a, const Scale& s) {
+        text(a, spread(s.bytes, s.count, cycle({"&amp;", "&lt;", "&#233;", "&#x20AC;", "&quot;"})));
+    });
+    add("EncodingToURLKXT(s as string) as string", "multilingual, all escaped",
+        [](Args& a, const Scale& s) { text(a, multilingual(s.bytes)); });
+    add("EncodingToURLKXT(s as string, options as integer) as string", "spaces and plus signs",
+        [](Args& a, const Scale& s) {
+            text(a, spread(s.bytes, s.count, cycle({"+", " ", "%", "/"})));
+            integer(a, 1);
+        });
+    add("DecodingFromURLKXT(s as string) as string", "%xx escapes", [](Args& a, const Scale& s) {
+        text(a, spread(s.bytes, s.count,
+                       [](std::string& t, Rng& r, size_t) { t += "%" + hexDigits(r.next(), 2); }));
+    });
+    add("DecodingFromURLKXT(s as string, options as integer) as string",
+        "%xx escapes and plus signs", [](Args& a, const Scale& s) {
+            text(a, spread(s.bytes, s.count, cycle({"%C3%A9", "+", "%2", "%zz"})));
+            integer(a, 1);
+        });
+    add("EncodingToQuotedPrintableKXT(s as string, LineLen as integer = 72) as string",
+        "multilingual, line breaks",
+        [](Args& a, const Scale& s) { text(a, multilingual(s.bytes)); });
+    add("EncodingToQuotedPrintableKXT(s as string, LineLen as integer = 72) as string",
+        "line ends, one line", [](Args& a, const Scale& s) {
+            text(a, lineEnds(s));
+            integer(a, 0);
+        });
+    add("DecodingFromQuotedPrintableKXT(s as string) as string", "=XX escapes, soft breaks",
+        [](Args& a, const Scale& s) {
+            text(a, spread(s.bytes, s.count, [](std::string& t, Rng& r, size_t i) {
+                     t += i % 8 == 7 ? "=\r\n" : "=" + hexDigits(r.next(), 2);
+                 }));
+        });
+    add("HexstringKXT(input as string, hexlen as integer, linelen as integer, linestart as "
+        "string, lineend as string, spacer as string,filler as string) as string",
+        "a dump three times the input", [](Args& a, const Scale& s) {
+            raw(a, randomBytes(s.bytes / 4));
+            integer(a, 2);
+            integer(a, 16);
+            text(a, "> ");
+            text(a, "\n");
+            text(a, " ");
+            text(a, "..");
+        });
+    add("EncodingToISO8859KXT(s as string) as string", "Western text", [](Args& a, const Scale& s) {
+        text(a, repeated(s.bytes, "Grüße aus Köln, façade œuvre € "));
+    });
+    add("DecodingFromISO8859KXT(s as string) as string", "high bytes", [](Args& a, const Scale& s) {
+        raw(a, spread(s.bytes, s.count, cycle({"\xE9", "\xFC\xDF"})));
+    });
+    add("EncodingToCP1252KXT(s as string) as string", "Western text", [](Args& a, const Scale& s) {
+        text(a, repeated(s.bytes, "Grüße aus Köln, façade œuvre € "));
+    });
+    add("DecodingFromCP1252KXT(s as string) as string", "high bytes", [](Args& a, const Scale& s) {
+        raw(a, spread(s.bytes, s.count, cycle({"\x80", "\x93\x94"})));
+    });
+    add("EncodingToHexKXT(s as string) as string", "size",
+        [](Args& a, const Scale& s) { raw(a, randomBytes(s.bytes)); });
+    add("DecodingFromHexKXT(s as string) as string", "hex pairs", [](Args& a, const Scale& s) {
+        std::string t;
+        t.reserve(s.bytes);
+        Rng r;
+        while (t.size() + 8 <= s.bytes) t += hexDigits(r.next(), 8);
+        text(a, t);
+    });
+    add("ReplaceNonPrintableCharactersKXT(s as string, replacevalue as integer=46) as string",
+        "control bytes", [](Args& a, const Scale& s) {
+            raw(a, spread(s.bytes, s.count, cycle({"\x01", "\x7F", "\x1B", "\x90"})));
+        });
+    add("IsASCIIStringKXT(s as string) as boolean", "all ASCII",
+        [](Args& a, const Scale& s) { text(a, plain(s.bytes)); });
+    add("IsASCIIStringKXT(s as string, mode as integer) as boolean", "all ASCII, mode 1",
+        [](Args& a, const Scale& s) {
+            text(a, plain(s.bytes));
+            integer(a, 1);
+        });
+    add("RemoveHTMLTagsKXT(AsciiTextWithTags as string) as string", "tags",
+        [](Args& a, const Scale& s) {
+            text(a, spread(s.bytes, s.count, cycle({"<b>", "</b>", "<br/>", "<a href=\"x\">"})));
+        });
+    add("RemoveHTMLTagsKXT(AsciiTextWithTags as string) as string", "'<' never closed",
+        [](Args& a, const Scale& s) { text(a, spread(s.bytes, s.count, cycle({"<"}))); });
+    add("RemoveHTMLTagsWithKXT(AsciiTextWithTags as string, Replacement as string) as string",
+        "tags", [](Args& a, const Scale& s) {
+            text(a, spread(s.bytes, s.count, cycle({"<b>", "</b>", "<br/>", "<a href=\"x\">"})));
+            text(a, " \xE2\x80\xA2 ");
+        });
+    add("RemoveHTMLTagsWithKXT(AsciiTextWithTags as string, Replacement as string) as string",
+        "'<' never closed", [](Args& a, const Scale& s) {
+            text(a, spread(s.bytes, s.count, cycle({"<"})));
+            text(a, "#");
+        });
+    for (int parts = 6; parts >= 2; --parts) {
+        std::string d = "ConcatBinaryStringsKXT(";
+        for (int i = 0; i < parts; ++i) {
+            d += std::string(i ? ", " : "") + char('a' + i) + " as string";
+        }
+        d += ") as string";
+        add(d, std::to_string(parts) + " operands, mixed encodings",
+            [parts](Args& a, const Scale& s) {
+                auto pieces = splitInto(randomBytes(s.bytes), size_t(parts));
+                for (int i = 0; i < parts; ++i) {
+                    text(a, pieces[size_t(i)],
+                         i % 2 ? kREALTextEncodingUnknown : kREALTextEncodingUTF8);
+                }
+            });
+    }
+    add("SQLReplaceBooleanKXT(SQL as string) as string", "boolean literals",
+        [](Args& a, const Scale& s) {
+            text(a, spread(s.bytes, s.count, cycle({" TRUE", " false", " 'true'", " True;"})));
+        });
+    add("InStrBytesKXT(target as string, find as string) as integer", "found at the very end",
+        [](Args& a, const Scale& s) {
+            text(a, plain(s.bytes) + "#needle#");
+            text(a, "#needle#");
+        });
+    add("InStrBytesKXT(target as string, find as string) as integer",
+        "periodic: a* against a^4095 b", [](Args& a, const Scale& s) {
+            text(a, std::string(s.bytes, 'a'));
+            text(a, std::string(4095, 'a') + "b");
+        });
+    auto ranges = [](int n, bool find) {
+        std::string d = "InStrByteRangeKXT(target as string, ";
+        if (find) d += "find as string, ";
+        const char* suffix[] = {"", "2", "3"};
+        for (int i = 0; i < n; ++i) {
+            d += std::string(i ? ", " : "") + "StartValue" + suffix[i] + " as integer, EndValue" +
+                 suffix[i] + " as integer";
+        }
+        return d + ") as integer";
+    };
+    for (int n = 1; n <= 3; ++n) {
+        add(ranges(n, false), "no byte in range until the end", [n](Args& a, const Scale& s) {
+            text(a, plain(s.bytes) + "\x01");
+            for (int i = 0; i < n; ++i) {
+                integer(a, 1 + i);
+                integer(a, 1 + i);
+            }
+        });
+        add(ranges(n, true), "no byte in range until the end", [n](Args& a, const Scale& s) {
+            text(a, plain(s.bytes) + "\x01");
+            text(a, "#");
+            for (int i = 0; i < n; ++i) {
+                integer(a, 1 + i);
+                integer(a, 1 + i);
+            }
+        });
+    }
+    add("ConvertUnicodeToCharacterCompositionKXT(text as string) as string",
+        "combining marks to compose", [](Args& a, const Scale& s) { text(a, decomposed(s)); });
+    add("ConvertUnicodeToCharacterCompositionKXT(text as string) as string",
+        "one base, one run of all the marks", [](Args& a, const Scale& s) { text(a, markRun(s)); });
+    add("ConvertUnicodeToCharacterDecompositionKXT(text as string) as string",
+        "precomposed letters", [](Args& a, const Scale& s) { text(a, precomposed(s)); });
+    add("ConvertUnicodeToCharacterDecompositionKXT(text as string) as string",
+        "one base, one run of all the marks", [](Args& a, const Scale& s) { text(a, markRun(s)); });
+    add("RemoveAccentsKXT(text as string, IgnoreCase as boolean = false) as string",
+        "accented letters", [](Args& a, const Scale& s) { text(a, precomposed(s)); });
+    add("RemoveAccentsKXT(text as string, IgnoreCase as boolean = false) as string",
+        "multilingual, ignoring case", [](Args& a, const Scale& s) {
+            text(a, multilingual(s.bytes));
+            boolean(a, true);
+        });
+
+    // RTFDataKXT: a styled text to read, or RTF to assign to a new one.
+    const std::string kGetter =
+        "RTFDataKXT(extends ref as StyledText, SkipParagraphs as boolean = false) as string";
+    const std::string kSetter =
+        "RTFDataKXT(extends ref as StyledText, SkipParagraphs as boolean = false, assigns value "
+        "as string)";
+    add(
+        kGetter, "one run, line ends (paragraphs)",
+        [](Args& a, const Scale& s) {
+            xhost::RunSpec run;
+            run.text = spread(s.bytes, s.count, cycle({"\r", "\r", "{", "\\", "é"}));
+            run.font = "Times";
+            run.size = 12;
+            a.inputBytes += run.text.size();
+            a.values.push_back(xhost::Host::current()->newStyledText({run}));
+        },
+        Kind::RTFGetter);
+    add(
+        kGetter, "many styled runs",
+        [](Args& a, const Scale& s) {
+            // Runs are host objects of their own (about 1 KB each): one per ten counted things.
+            std::vector<xhost::RunSpec> runs(std::max<size_t>(s.count / 10, 1));
+            const std::string body = plain(s.bytes / runs.size());
+            for (size_t i = 0; i < runs.size(); ++i) {
+                runs[i].text = body;
+                runs[i].text.back() = '\r';
+                runs[i].font = i % 2 ? "Arial" : "Times";
+                runs[i].size = 10 + int64_t(i % 5);
+                runs[i].bold = i % 3 == 0;
+                runs[i].color = uint32_t(i * 0x10203);
+                a.inputBytes += body.size();
+            }
+            a.values.push_back(xhost::Host::current()->newStyledText(runs));
+        },
+        Kind::RTFGetter);
+    add(
+        kSetter, "control words, groups, escapes",
+        [](Args& a, const Scale& s) {
+            a.values.push_back(xhost::Host::current()->newStyledText({}));
+            raw(a, rtfDocument(spread(s.bytes, s.count,
+                                      cycle({"{\\b bold}", "\\par ", "\\'e9", "\\u8364?",
+                                             "{\\i\\cf1 x}", "\\tab ", "\\f1 ", "\\f0 "}))));
+        },
+        Kind::RTFSetter);
+    add(
+        kSetter, "paragraphs only",
+        [](Args& a, const Scale& s) {
+            a.values.push_back(xhost::Host::current()->newStyledText({}));
+            raw(a, rtfDocument(spread(s.bytes, s.count, cycle({"\\par\n"}))));
+        },
+        Kind::RTFSetter);
+    add(
+        kSetter, "style change every few bytes",
+        [](Args& a, const Scale& s) {
+            a.values.push_back(xhost::Host::current()->newStyledText({}));
+            raw(a, rtfDocument(
+                       spread(s.bytes, s.count, cycle({"\\b ", "\\b0 ", "\\cf2 ", "\\cf0 "}))));
+        },
+        Kind::RTFSetter);
+    add(
+        kSetter, "groups nested deep",
+        [](Args& a, const Scale& s) {
+            a.values.push_back(xhost::Host::current()->newStyledText({}));
+            const size_t depth = std::min(s.count, s.bytes / 2);
+            raw(a, rtfDocument(std::string(depth, '{') + "x" + std::string(depth, '}')));
+        },
+        Kind::RTFSetter);
+    add(
+        kSetter, "groups nested deep, each changing the style",
+        [](Args& a, const Scale& s) {
+            a.values.push_back(xhost::Host::current()->newStyledText({}));
+            const size_t depth = std::min(s.count, s.bytes / 5);
+            std::string body;
+            body.reserve(depth * 6 + 2);
+            for (size_t i = 0; i < depth; ++i) body += i % 2 ? "{\\b0 " : "{\\b ";
+            body += "x";
+            body.append(depth, '}');
+            raw(a, rtfDocument(body));
+            // Every open group that changes the style keeps its own saved state (font, size,
+            // encoding, colour, flags: 56 bytes) for its closing brace, from 4 bytes of input.
+            a.allowancePerThing = 64;
+            a.things = depth;
+        },
+        Kind::RTFSetter);
+    return c;
+}
+
+// ---- Measuring -----------------------------------------------------------------------------
+
+// Kibibytes of a line of /proc/self/status ("VmRSS:", "VmHWM:").
+int64_t statusKiB(const char* key) {
+    std::ifstream f("/proc/self/status");
+    std::string line;
+    const size_t n = strlen(key);
+    while (std::getline(f, line)) {
+        if (line.compare(0, n, key) == 0) return std::atoll(line.c_str() + n);
+    }
+    return -1;
+}
+
+bool resetPeak() {
+    FILE* f = fopen("/proc/self/clear_refs", "w");
+    if (f == nullptr) return false;
+    const bool ok = fputs("5", f) >= 0;
+    return fclose(f) == 0 && ok;
+}
+
+struct Outcome {
+    int64_t baselineKiB = 0, peakKiB = 0;
+    int64_t heldKiB = 0;  // RSS right after the call, its result still alive
+    uint64_t inputBytes = 0, outputBytes = 0;
+    uint64_t elements = 0;     // strings of an array result, or style runs
+    bool newRuns = false;      // the elements are style runs the call made
+    bool inputRuns = false;    // the elements are the style runs it was given
+    double perThingBytes = 0;  // the case's own allowance (Args::allowancePerThing)
+    double seconds = 0;
+    char problem[240] = "";  // empty when the call behaved
+};
+
+size_t textBytes(const std::vector<xhost::RunSpec>& runs) {
+    size_t n = 0;
+    for (const auto& r : runs) n += r.text.size();
+    return n;
+}
+
+// Runs one case in this (child) process.
+Outcome runCase(const Case& c, const Scale& scale) {
+    Outcome o;
+    auto note = [&](const std::string& what) {
+        if (o.problem[0] == 0) snprintf(o.problem, sizeof o.problem, "%s", what.c_str());
+    };
+    xhost::Host host;
+    const xhost::RegisteredMethod* method = nullptr;
+    if (c.kind == Kind::Method) {
+        const std::string name = c.declaration.substr(0, c.declaration.find('('));
+        for (const auto* m : host.overloads(name)) {
+            if (m->declarationText == c.declaration) method = m;
+        }
+        if (method == nullptr) {
+            note("no such overload registered");
+            return o;
+        }
+    }
+    {
+        Args args;
+        c.make(args, scale);
+        o.inputBytes = args.inputBytes;
+        o.perThingBytes = args.allowancePerThing * double(args.things);
+        malloc_trim(0);
+        if (!resetPeak()) note("cannot reset the peak RSS");
+        o.baselineKiB = statusKiB("VmRSS:");
+        const auto start = std::chrono::steady_clock::now();
+        xhost::CallResult r;
+        switch (c.kind) {
+            case Kind::Method:
+                r = host.callMethod(*method, args.values);
+                break;
+            case Kind::RTFGetter:
+                r = host.getRTF(args.values[0]);
+                break;
+            case Kind::RTFSetter:
+                r = host.setRTF(args.values[0], args.values[1]);
+                break;
+        }
+        o.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        o.peakKiB = statusKiB("VmHWM:");
+        o.heldKiB = statusKiB("VmRSS:");
+        if (r.exception) note("raised " + r.exception->className + ": " + r.exception->message);
+        switch (r.value.type()) {
+            case Value::Type::String:
+            case Value::Type::MemoryBlock:
+                o.outputBytes = r.value.bytes().size();
+                break;
+            case Value::Type::Array: {
+                auto strings = r.value.strings();
+                o.elements = strings.size();
+                for (const auto& s : strings) o.outputBytes += s.size();
+                break;
+            }
+            default:
+                break;
+        }
+        if (c.kind == Kind::RTFSetter && !r.exception) {
+            auto runs = host.styleRuns(args.values[0]);
+            o.elements = runs.size();
+            o.newRuns = true;
+            o.outputBytes = textBytes(runs);
+        }
+        if (c.kind == Kind::RTFGetter) {
+            o.elements = host.styleRuns(args.values[0]).size();
+            o.inputRuns = true;
+        }
+    }
+    if (host.liveStrings() || host.liveObjects() || host.outstandingStringData()) {
+        note("leaked: " + host.describeLive());
+    }
+    if (!host.misuses().empty()) note("misused the host: " + host.misuses().front());
+    return o;
+}
+
+struct Row {
+    const Case* c;
+    Outcome o;
+    bool passed = false;
+    std::string verdict;
+    double allowedMiB = 0;
+};
+
+// Per byte of input and output, what a linear method may add: its own working copies and
+// result (a few buffers of that size) plus the host's UTF-16 or UTF-32 form of a text, which
+// is up to four times its UTF-8 bytes (the most measured is 7.1, HTML and XML escaping and
+// unescaping, which work on UTF-32 and build their result through a UTF-32 host string).
+// Fixed costs (tables, the loaded plugin) get their own allowance. The host keeps every
+// string of an array result and every style run as a record of its own, whatever its length:
+// a string costs its block header, the allocator's overhead and its slot in the host's handle
+// set (about 90 bytes measured); a style run is an object with seven properties, its text and
+// font strings, handle-set slots and its place in the styled text's run and paragraph tables
+// (about 1,000 bytes measured).
+constexpr double kPerByte = 8;
+constexpr double kFixedMiB = 64;
+constexpr double kPerString = 160;
+constexpr double kPerRun = 1280;
+
+double allowedMiB(const Outcome& o) {
+    double bytes = kPerByte * double(o.inputBytes + o.outputBytes) + o.perThingBytes;
+    if (o.newRuns) {
+        bytes += kPerRun * double(o.elements);
+    } else if (!o.inputRuns) {
+        bytes += kPerString * double(o.elements);
+    }
+    return kFixedMiB + bytes / double(MiB);
+}
+
+Row runInChild(const Case& c, const Scale& scale, double timeoutSeconds, bool memoryBound) {
+    Row row{&c, {}, false, "", 0};
+    int fds[2];
+    if (pipe(fds) != 0) {
+        row.verdict = "cannot make a pipe";
+        return row;
+    }
+    fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        close(fds[0]);
+        Outcome o;
+        try {
+            o = runCase(c, scale);
+        } catch (const std::exception& e) {
+            snprintf(o.problem, sizeof o.problem, "exception in the harness: %s", e.what());
+        }
+        const char* p = reinterpret_cast<const char*>(&o);
+        size_t left = sizeof o;
+        while (left > 0) {
+            ssize_t n = write(fds[1], p, left);
+            if (n <= 0) break;
+            p += n;
+            left -= size_t(n);
+        }
+        _exit(0);
+    }
+    close(fds[1]);
+    const auto start = std::chrono::steady_clock::now();
+    std::string received;
+    bool timedOut = false;
+    for (;;) {
+        const double left =
+            timeoutSeconds -
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        if (left <= 0) {
+            timedOut = true;
+            break;
+        }
+        pollfd pfd{fds[0], POLLIN, 0};
+        if (poll(&pfd, 1, int(std::min(left, 1.0) * 1000) + 1) <= 0) continue;
+        char buf[4096];
+        ssize_t n = read(fds[0], buf, sizeof buf);
+        if (n <= 0) break;
+        received.append(buf, size_t(n));
+    }
+    close(fds[0]);
+    if (timedOut) kill(pid, SIGKILL);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    const double wall =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if (timedOut) {
+        row.o.seconds = wall;
+        row.verdict = "no result within " + std::to_string(int(timeoutSeconds)) + " s";
+        return row;
+    }
+    if (WIFSIGNALED(status)) {
+        row.verdict = std::string("crashed: ") + strsignal(WTERMSIG(status));
+        return row;
+    }
+    if (received.size() != sizeof(Outcome)) {
+        row.verdict = "the child exited without a result";
+        return row;
+    }
+    std::memcpy(&row.o, received.data(), sizeof(Outcome));
+    row.allowedMiB = allowedMiB(row.o);
+    const double extraMiB = double(row.o.peakKiB - row.o.baselineKiB) / 1024;
+    if (row.o.problem[0]) {
+        row.verdict = row.o.problem;
+    } else if (memoryBound && extraMiB > row.allowedMiB) {
+        char buf[120];
+        snprintf(buf, sizeof buf, "peak %.0f MiB above the bound %.0f MiB", extraMiB,
+                 row.allowedMiB);
+        row.verdict = buf;
+    } else {
+        row.passed = true;
+        row.verdict = "ok";
+    }
+    return row;
+}
+
+// ---- Reporting -----------------------------------------------------------------------------
+
+std::string firstLine(const char* path, const char* key) {
+    std::ifstream f(path);
+    std::string line;
+    while (std::getline(f, line)) {
+        if (line.compare(0, strlen(key), key) == 0) {
+            auto colon = line.find(':');
+            std::string v = line.substr(colon + 1);
+            v.erase(0, v.find_first_not_of(" \t"));
+            return v;
+        }
+    }
+    return "?";
+}
+
+std::string mib(double bytes) {
+    char buf[32];
+    snprintf(buf, sizeof buf, bytes >= 10 * MiB ? "%.0f" : "%.1f", bytes / double(MiB));
+    return buf;
+}
+
+std::string escapeCell(std::string s) {
+    std::string out;
+    for (char ch : s) {
+        if (ch == '|')
+            out += "\\|";
+        else if (ch == '\n' || ch == '\r')
+            out += ' ';
+        else
+            out += ch;
+    }
+    return out;
+}
+
+// The registered declarations, from a host of its own (gone before any case forks).
+std::vector<std::string> registeredDeclarations() {
+    xhost::Host host;
+    std::vector<std::string> out;
+    for (const auto& m : host.modules()) {
+        for (const auto& method : m.methods) out.push_back(method.declarationText);
+    }
+    for (const auto& method : host.globalMethods()) out.push_back(method.declarationText);
+    for (const auto& e : host.classExtensions()) {
+        for (const auto& method : e.methods)
+            out.push_back(e.className + "." + method.declarationText);
+    }
+    return out;
+}
+
+Scale parseScale(const std::string& text) {
+    double f;
+    auto slash = text.find('/');
+    if (slash != std::string::npos) {
+        f = std::atof(text.substr(0, slash).c_str()) / std::atof(text.substr(slash + 1).c_str());
+    } else {
+        f = std::atof(text.c_str());
+    }
+    if (!(f > 0) || f > 4) {
+        fprintf(stderr, "kxt_stress: a scale between 0 and 4, such as 1 or 1/64\n");
+        exit(2);
+    }
+    return {size_t(double(64 * MiB) * f), size_t(10e6 * f)};
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::string scaleText = "1", resultsPath, only, skip;
+    double timeout = 0;
+    bool listOnly = false;
+    bool memoryBound = true;
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        auto value = [&]() -> std::string {
+            if (i + 1 >= argc) {
+                fprintf(stderr, "kxt_stress: %s needs a value\n", a.c_str());
+                exit(2);
+            }
+            return argv[++i];
+        };
+        if (a == "--scale")
+            scaleText = value();
+        else if (a == "--results")
+            resultsPath = value();
+        else if (a == "--timeout")
+            timeout = std::atof(value().c_str());
+        else if (a == "--only")
+            only = value();
+        else if (a == "--skip")
+            skip = value();
+        else if (a == "--no-memory-bound")
+            memoryBound = false;
+        else if (a == "--list")
+            listOnly = true;
+        else {
+            fprintf(stderr,
+                    "usage: kxt_stress [--scale 1/64] [--results FILE] [--timeout SECONDS] "
+                    "[--only TEXT] [--skip TEXT] [--no-memory-bound] [--list]\n");
+            return 2;
+        }
+    }
+    const Scale scale = parseScale(scaleText);
+    // A linear case at full scale takes seconds; a quadratic one would take hours.
+    if (timeout <= 0) timeout = 20 + 280 * double(scale.bytes) / double(64 * MiB);
+
+    const std::vector<Case> all = cases();
+    const std::vector<std::string> registered = registeredDeclarations();
+    std::set<std::string> covered;
+    for (const auto& c : all) covered.insert(c.declaration);
+    std::vector<std::string> missing, unknown;
+    for (const auto& d : registered) {
+        if (d.rfind("property ", 0) == 0) continue;
+        if (!covered.count(d)) missing.push_back(d);
+    }
+    const std::set<std::string> known(registered.begin(), registered.end());
+    for (const auto& d : covered) {
+        if (!known.count(d)) unknown.push_back(d);
+    }
+    if (listOnly) {
+        for (const auto& c : all) printf("%s  [%s]\n", c.declaration.c_str(), c.hard.c_str());
+        return 0;
+    }
+
+    printf(
+        "kxt_stress: %zu cases, %zu registered overloads, scale %s (%s MiB, %zu things), "
+        "time limit %.0f s per case\n",
+        all.size(), registered.size(), scaleText.c_str(), mib(double(scale.bytes)).c_str(),
+        scale.count, timeout);
+    std::vector<Row> rows;
+    int passed = 0, failed = 0;
+    for (const auto& c : all) {
+        if (!only.empty() && c.declaration.find(only) == std::string::npos &&
+            c.hard.find(only) == std::string::npos) {
+            continue;
+        }
+        if (!skip.empty() && (c.declaration.find(skip) != std::string::npos ||
+                              c.hard.find(skip) != std::string::npos)) {
+            continue;
+        }
+        Row row = runInChild(c, scale, timeout, memoryBound);
+        const double extra = double(row.o.peakKiB - row.o.baselineKiB) * 1024;
+        const double io = double(row.o.inputBytes + row.o.outputBytes);
+        printf("%-4s %7.2f s  in %6s  out %6s  extra %6s held %6s MiB  x%5.2f  %s [%s]%s%s\n",
+               row.passed ? "ok" : "FAIL", row.o.seconds, mib(double(row.o.inputBytes)).c_str(),
+               mib(double(row.o.outputBytes)).c_str(), mib(extra).c_str(),
+               mib(double(row.o.heldKiB - row.o.baselineKiB) * 1024).c_str(),
+               io > 0 ? extra / io : 0.0, c.declaration.substr(0, c.declaration.find('(')).c_str(),
+               c.hard.c_str(), row.passed ? "" : ": ", row.passed ? "" : row.verdict.c_str());
+        fflush(stdout);
+        (row.passed ? passed : failed)++;
+        rows.push_back(std::move(row));
+    }
+    if (only.empty() && skip.empty()) {
+        for (const auto& d : missing) {
+            printf("FAIL no case for %s\n", d.c_str());
+            ++failed;
+        }
+    }
+    for (const auto& d : unknown) {
+        printf("FAIL case for an overload that is not registered: %s\n", d.c_str());
+        ++failed;
+    }
+
+    if (!resultsPath.empty()) {
+        std::ofstream md(resultsPath);
+        utsname u{};
+        uname(&u);
+        char date[64];
+        const time_t now = time(nullptr);
+        strftime(date, sizeof date, "%Y-%m-%d %H:%M UTC", gmtime(&now));
+        md << "# Stress results\n\n"
+           << "Every registered overload and RTFDataKXT through the emulated host, one child "
+              "process per case (`scripts/stress.sh`). Scale "
+           << scaleText << ": inputs of " << mib(double(scale.bytes)) << " MiB with " << scale.count
+           << " line ends, entities or escapes.\n\n"
+           << "- Machine: " << firstLine("/proc/cpuinfo", "model name") << ", "
+           << sysconf(_SC_NPROCESSORS_ONLN) << " cores, "
+           << mib(double(std::atoll(firstLine("/proc/meminfo", "MemTotal").c_str()))) << " GiB"
+           << ", " << u.sysname << " " << u.release << " " << u.machine << "\n"
+           << "- Date: " << date << "; load at the end " << firstLine("/proc/loadavg", "") << "\n"
+           << "- Extra: peak RSS of the call (VmHWM, reset just before it) above the RSS with its "
+              "arguments built. Ratio: extra / (input + output).\n"
+           << "- Bound: extra <= " << kPerByte << " x (input + output) + " << kPerString
+           << " B per string of an array result + " << kPerRun
+           << " B per style run made (host records of their own) + " << kFixedMiB
+           << " MiB, and for RTF nested groups that each change the style 64 B per open group "
+              "(the state saved for its closing brace); time limit "
+           << int(timeout) << " s per case.\n"
+           << "- Distances are not linear by nature (the work is the product of the lengths): "
+              "a big operand against a short one is what must stay linear, and is what is "
+              "measured.\n"
+           << "- Held: RSS right after the call above the baseline, the result still alive (what "
+              "the result costs the host, against what the call needed while it ran). Cases "
+              "without a sized input (numbers, markers) have no ratio.\n"
+           << "\n"
+           << "| Method | Hard part | Input MiB | Output MiB | Elements | Baseline MiB | Extra "
+              "MiB | Held MiB | Ratio | Bound MiB | Seconds | Result |\n"
+           << "|---|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|---|\n";
+        for (const auto& r : rows) {
+            const double extra = double(r.o.peakKiB - r.o.baselineKiB) * 1024;
+            const double io = double(r.o.inputBytes + r.o.outputBytes);
+            char ratio[32], secs[32];
+            if (io >= double(MiB)) {
+                snprintf(ratio, sizeof ratio, "%.2f", extra / io);
+            } else {
+                snprintf(ratio, sizeof ratio, "-");
+            }
+            snprintf(secs, sizeof secs, "%.2f", r.o.seconds);
+            md << "| `" << escapeCell(r.c->declaration) << "` | " << escapeCell(r.c->hard) << " | "
+               << mib(double(r.o.inputBytes)) << " | " << mib(double(r.o.outputBytes)) << " | "
+               << r.o.elements << " | " << mib(double(r.o.baselineKiB) * 1024) << " | "
+               << mib(extra) << " | " << mib(double(r.o.heldKiB - r.o.baselineKiB) * 1024) << " | "
+               << ratio << " | " << mib(r.allowedMiB * double(MiB)) << " | " << secs << " | "
+               << (r.passed ? "ok" : "**" + escapeCell(r.verdict) + "**") << " |\n";
+        }
+        for (const auto& d : missing)
+            md << "| `" << escapeCell(d) << "` | | | | | | | | | | | **no case** |\n";
+        md << "\n" << passed << " passed, " << failed << " failed\n";
+    }
+    printf("%d passed, %d failed\n", passed, failed);
+    return failed == 0 ? 0 : 1;
+}
