@@ -55,13 +55,16 @@ bool onYieldBoundary(const char* p) {
 
 constexpr size_t kSlack = 32;
 
-// The most the result can take: the text itself when a break becomes at most one byte; else
-// every byte a newline (cheap to reserve: pages that are never written are never mapped) up to
-// four-byte newlines, and beyond that the text plus the growth of every CR or LF byte.
+// The most the result can take: the text itself when a break becomes at most one byte; else,
+// for newlines of up to four bytes and texts of up to 64 MiB, every byte a newline (cheap to
+// reserve: pages that are never written are never mapped); beyond that the text plus the
+// growth of every CR or LF byte, counted first.
 size_t resultBound(std::string_view text, size_t newlineLength) {
     size_t bound = 0;
     if (newlineLength <= 1) return text.size();
-    if (newlineLength <= 4) return text.size() * newlineLength;
+    if (newlineLength <= 4 && text.size() <= (size_t(64) << 20)) {
+        return text.size() * newlineLength;
+    }
     const size_t breaks = size_t(
         std::count_if(text.begin(), text.end(), [](char c) { return c == kCR || c == kLF; }));
     if (__builtin_mul_overflow(breaks, newlineLength - 1, &bound) ||
