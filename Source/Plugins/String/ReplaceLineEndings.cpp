@@ -49,6 +49,35 @@ Copied copyUntilBreak(const char* p, const char* stop, char* w) {
     return {p, w};
 }
 
+// The same when the newline is the single byte `kept` (CR or LF): a lone `kept` becomes
+// itself, so it is copied as any other byte, and the copy stops only at the other break byte
+// or at `kept` followed by the other (a pair that becomes one newline). Text that already has
+// the wanted line ends is then copied whole, sixteen bytes a step. `end` is the text's end
+// (the byte after a `kept` is looked at).
+Copied copyUntilChange(const char* p, const char* stop, const char* end, char kept, char* w) {
+    const char other = kept == kCR ? kLF : kCR;
+#if defined(__SSE2__)
+    const __m128i keptV = _mm_set1_epi8(kept), otherV = _mm_set1_epi8(other);
+    while (stop - p >= 16 && end - p >= 17) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 1));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(w), v);
+        const __m128i pair = _mm_and_si128(_mm_cmpeq_epi8(v, keptV), _mm_cmpeq_epi8(next, otherV));
+        const int hits = _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, otherV), pair));
+        if (hits) {
+            const int k = __builtin_ctz(unsigned(hits));
+            return {p + k, w + k};
+        }
+        p += 16;
+        w += 16;
+    }
+#endif
+    while (p < stop && *p != other && !(*p == kept && end - p >= 2 && p[1] == other)) {
+        *w++ = *p++;
+    }
+    return {p, w};
+}
+
 bool onYieldBoundary(const char* p) {
     return reinterpret_cast<uintptr_t>(p) % kYieldInterval == 0;
 }
@@ -89,6 +118,9 @@ RawBytes replaceLineEndings(std::string_view text, std::string_view newline, Yie
     const bool shortNewline = newline.size() <= 16;
     if (shortNewline) std::copy(newline.begin(), newline.end(), newline16);
 
+    // Without yielding, a newline of one break byte leaves that byte alone where it stands by
+    // itself (the yield points keep the plain scan).
+    const bool keepLone = !yield && newline.size() == 1 && (newline[0] == kCR || newline[0] == kLF);
     const char* p = text.data();
     const char* const end = p + text.size();
     while (p < end) {
@@ -100,7 +132,8 @@ RawBytes replaceLineEndings(std::string_view text, std::string_view newline, Yie
                 kYieldInterval - reinterpret_cast<uintptr_t>(p) % kYieldInterval;
             if (size_t(end - p) > toBoundary) stop = p + toBoundary;
         }
-        const Copied c = copyUntilBreak(p, stop, w);
+        const Copied c =
+            keepLone ? copyUntilChange(p, stop, end, newline[0], w) : copyUntilBreak(p, stop, w);
         const char* q = c.p;
         w = c.w;
         if (yield && q != p && onYieldBoundary(q)) yield();
