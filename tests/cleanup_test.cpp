@@ -99,7 +99,11 @@ TEST(ReplaceLineEndings, FastScanEqualsByteByByteDefinition) {
         const std::string buffer =
             std::string(offset, '-') + randomLines(rng, rng() % (round % 2 ? 100 : 300));
         const std::string_view text = std::string_view(buffer).substr(offset);
-        const std::string newline = digits.substr(0, round % 4 == 0 ? rng() % 21 : rng() % 3);
+        // Line ends themselves too: a lone CR or LF that becomes itself is copied in blocks.
+        static const char* const kBreaks[] = {"\n", "\r", "\r\n", "\n\r"};
+        const std::string newline = round % 3 == 2
+                                        ? std::string(kBreaks[rng() % 4])
+                                        : digits.substr(0, round % 4 == 0 ? rng() % 21 : rng() % 3);
         int unused = 0;
         ASSERT_EQ(kxt::replaceLineEndings(text, newline).view(),
                   referenceLineEndings(text, newline, unused))

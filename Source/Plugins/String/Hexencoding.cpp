@@ -3,9 +3,11 @@
 #include <emmintrin.h>
 
 #include "MyMemory.h"
+#include "REALplugin.h"
 #include "URLencoding.h"
 #include "encoderboundary.h"
 #include "rbData.h"
+#include "rbDebug.h"
 #include "rbText.h"
 #include "rbUtil.h"
 
@@ -105,25 +107,31 @@ __m128i pairsToBytes(__m128i values) {
 
 }  // namespace
 
-RawBytes decodeHex(std::string_view text) {
+RawBytes decodeHex(std::string_view text, bool* ascii) {
     RawBytes out(text.size() / 2);
     out.setSize(text.size() / 2);
     const auto* p = reinterpret_cast<const uint8_t*>(text.data());
     char* w = out.data();
     const size_t n = out.size();
     size_t i = 0;
+    __m128i read = _mm_setzero_si128();  // every input byte ORed, for the ASCII answer
     for (; i + 16 <= n; i += 16) {
-        const __m128i a = hexValues(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 2 * i)));
-        const __m128i b =
-            hexValues(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 2 * i + 16)));
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 2 * i));
+        const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 2 * i + 16));
+        read = _mm_or_si128(read, _mm_or_si128(x, y));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(w + i),
-                         _mm_packus_epi16(pairsToBytes(a), pairsToBytes(b)));
+                         _mm_packus_epi16(pairsToBytes(hexValues(x)), pairsToBytes(hexValues(y))));
     }
+    uint8_t rest = 0;
     for (; i < n; ++i) {
+        rest |= p[2 * i] | p[2 * i + 1];
         int high = hex2int(p[2 * i]);
         int low = hex2int(p[2 * i + 1]);
         w[i] = char(high * 16 + low);
     }
+    if (text.size() % 2 != 0)
+        rest |= p[text.size() - 1];  // read by nobody, asked about all the same
+    if (ascii != nullptr) *ascii = _mm_movemask_epi8(read) == 0 && (rest & 0x80) == 0;
     return out;
 }
 
@@ -160,6 +168,29 @@ REALstring EncodingToHex(REALstring s) {
 REALstring DecodingToHex(REALstring s) {
     return NilOnAllocationFailure<REALstring>(nullptr, [&]() -> REALstring {
         if (s == nullptr) return nullptr;
+        // The text's ASCII form is its own bytes when they are all ASCII and it is tagged with
+        // a single-byte encoding, UTF-8 or none: decode those directly, finding out on the way
+        // whether they were (which saves the form its separate pass over them). Otherwise, and
+        // while debugging, through the form.
+        switch (REALGetStringEncoding(s)) {
+            case kREALTextEncodingASCII:
+            case kREALTextEncodingUTF8:
+            case kREALTextEncodingISOLatin1:
+            case kREALTextEncodingWindowsLatin1:
+            case kREALTextEncodingMacRoman:
+            case kREALTextEncodingUnknown:
+                if (!gDebugging) {
+                    rbData in(s);
+                    bool ascii = false;
+                    const RawBytes out = kxt::decodeHex(in.view(), &ascii);
+                    if (ascii) {
+                        return REALBuildUnicodeString(out.view(), kREALTextEncodingUnknown);
+                    }
+                }
+                break;
+            default:
+                break;
+        }
         rbText text(s);
         return REALBuildUnicodeString(kxt::decodeHex(text.ascii()).view(),
                                       kREALTextEncodingUnknown);

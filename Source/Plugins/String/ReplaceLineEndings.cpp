@@ -49,19 +49,51 @@ Copied copyUntilBreak(const char* p, const char* stop, char* w) {
     return {p, w};
 }
 
+// The same when the newline is the single byte `kept` (CR or LF): a lone `kept` becomes
+// itself, so it is copied as any other byte, and the copy stops only at the other break byte
+// or at `kept` followed by the other (a pair that becomes one newline). Text that already has
+// the wanted line ends is then copied whole, sixteen bytes a step. `end` is the text's end
+// (the byte after a `kept` is looked at).
+Copied copyUntilChange(const char* p, const char* stop, const char* end, char kept, char* w) {
+    const char other = kept == kCR ? kLF : kCR;
+#if defined(__SSE2__)
+    const __m128i keptV = _mm_set1_epi8(kept), otherV = _mm_set1_epi8(other);
+    while (stop - p >= 16 && end - p >= 17) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 1));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(w), v);
+        const __m128i pair = _mm_and_si128(_mm_cmpeq_epi8(v, keptV), _mm_cmpeq_epi8(next, otherV));
+        const int hits = _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, otherV), pair));
+        if (hits) {
+            const int k = __builtin_ctz(unsigned(hits));
+            return {p + k, w + k};
+        }
+        p += 16;
+        w += 16;
+    }
+#endif
+    while (p < stop && *p != other && !(*p == kept && end - p >= 2 && p[1] == other)) {
+        *w++ = *p++;
+    }
+    return {p, w};
+}
+
 bool onYieldBoundary(const char* p) {
     return reinterpret_cast<uintptr_t>(p) % kYieldInterval == 0;
 }
 
 constexpr size_t kSlack = 32;
 
-// The most the result can take: the text itself when a break becomes at most one byte; else
-// every byte a newline (cheap to reserve: pages that are never written are never mapped) up to
-// four-byte newlines, and beyond that the text plus the growth of every CR or LF byte.
+// The most the result can take: the text itself when a break becomes at most one byte; else,
+// for newlines of up to four bytes and texts of up to 64 MiB, every byte a newline (cheap to
+// reserve: pages that are never written are never mapped); beyond that the text plus the
+// growth of every CR or LF byte, counted first.
 size_t resultBound(std::string_view text, size_t newlineLength) {
     size_t bound = 0;
     if (newlineLength <= 1) return text.size();
-    if (newlineLength <= 4) return text.size() * newlineLength;
+    if (newlineLength <= 4 && text.size() <= (size_t(64) << 20)) {
+        return text.size() * newlineLength;
+    }
     const size_t breaks = size_t(
         std::count_if(text.begin(), text.end(), [](char c) { return c == kCR || c == kLF; }));
     if (__builtin_mul_overflow(breaks, newlineLength - 1, &bound) ||
@@ -86,6 +118,9 @@ RawBytes replaceLineEndings(std::string_view text, std::string_view newline, Yie
     const bool shortNewline = newline.size() <= 16;
     if (shortNewline) std::copy(newline.begin(), newline.end(), newline16);
 
+    // Without yielding, a newline of one break byte leaves that byte alone where it stands by
+    // itself (the yield points keep the plain scan).
+    const bool keepLone = !yield && newline.size() == 1 && (newline[0] == kCR || newline[0] == kLF);
     const char* p = text.data();
     const char* const end = p + text.size();
     while (p < end) {
@@ -97,7 +132,8 @@ RawBytes replaceLineEndings(std::string_view text, std::string_view newline, Yie
                 kYieldInterval - reinterpret_cast<uintptr_t>(p) % kYieldInterval;
             if (size_t(end - p) > toBoundary) stop = p + toBoundary;
         }
-        const Copied c = copyUntilBreak(p, stop, w);
+        const Copied c =
+            keepLone ? copyUntilChange(p, stop, end, newline[0], w) : copyUntilBreak(p, stop, w);
         const char* q = c.p;
         w = c.w;
         if (yield && q != p && onYieldBoundary(q)) yield();

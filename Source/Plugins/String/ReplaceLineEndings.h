@@ -14,9 +14,10 @@ namespace kxt {
 using YieldHook = void (*)();
 constexpr uintptr_t kYieldInterval = uintptr_t(1) << 24;
 
-// CR, LF, CR LF and LF CR each become one `newline`; CR CR and LF LF are two. One pass
-// (and a count of CR and LF bytes first for newlines longer than four bytes, to size the
-// result). std::bad_alloc when the result cannot be had.
+// CR, LF, CR LF and LF CR each become one `newline`; CR CR and LF LF are two. One pass (and a
+// count of CR and LF bytes first, to size the result, for a newline of more than four bytes,
+// or of two to four bytes in a text above 64 MiB). std::bad_alloc when the result cannot be
+// had.
 RawBytes replaceLineEndings(std::string_view text, std::string_view newline,
                             YieldHook yield = nullptr);
 
