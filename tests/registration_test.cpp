@@ -101,46 +101,6 @@ TEST(MemoryHandles, KeepTheirSizeAndResize) {
     EXPECT_EQ(AllocateClearMemory(0), nullptr);
 }
 
-// The last large block released is handed out again to the next large request it fits
-// without wasting more than that request, once, and a cleared one comes back cleared.
-TEST(LargeBlocks, TheLastOneReleasedIsReused) {
-    constexpr size_t MiB = size_t(1) << 20;
-    auto fill = [](void* p, size_t n) { std::memset(p, 0x5A, n); };
-    void* a = AllocateMemory(8 * MiB);
-    ASSERT_NE(a, nullptr);
-    fill(a, 8 * MiB);
-    FreeMemoryNow(a);
-    void* b = AllocateMemory(8 * MiB);
-    EXPECT_EQ(b, a);
-    void* c = AllocateMemory(8 * MiB);  // the kept one is taken: a new block
-    void* d = AllocateMemory(16 * MiB);
-    ASSERT_NE(c, nullptr);
-    ASSERT_NE(d, nullptr);
-    EXPECT_NE(c, b);
-    fill(b, 8 * MiB);
-    fill(c, 8 * MiB);
-    fill(d, 16 * MiB);
-    FreeMemoryNow(b);
-    FreeMemoryNow(c);
-    FreeMemoryNow(d);                       // kept now, in place of c, which replaced b
-    void* small = AllocateMemory(4 * MiB);  // 16 MiB would waste more than the request
-    EXPECT_NE(small, d);
-    void* fits = AllocateMemory(10 * MiB);
-    EXPECT_EQ(fits, d);
-    FreeMemoryNow(small);
-    FreeMemoryNow(fits);
-    auto* cleared = static_cast<unsigned char*>(AllocateClearMemory(12 * MiB));
-    ASSERT_EQ(static_cast<void*>(cleared), fits);
-    for (size_t i = 0; i < 12 * MiB; i += 4093) ASSERT_EQ(cleared[i], 0) << i;
-    FreeMemoryNow(cleared);
-    // Blocks below the large size are never kept.
-    void* tiny = AllocateMemory(1000);
-    FreeMemoryNow(tiny);
-    void* large = AllocateMemory(8 * MiB);
-    EXPECT_NE(large, tiny);
-    FreeMemoryNow(large);
-}
-
 }  // namespace
 
 namespace {

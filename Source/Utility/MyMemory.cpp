@@ -1,14 +1,11 @@
 #include "MyMemory.h"
 
-#include <malloc.h>
 #include <sys/mman.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <utility>
 
 namespace {
 
@@ -16,49 +13,9 @@ constexpr size_t kHugePage = size_t(2) << 20;
 // Below this, the few faults of a block cost less than the rounding to huge pages.
 constexpr size_t kLargeBlock = 2 * kHugePage;
 
-// One freed large block is kept for the next large request that it fits without wasting more
-// than that request. A big result is written once right after allocation, and on memory fresh
-// from the kernel every page is cleared by the kernel first: a method called again and again
-// on big strings would pay that clearing on every call (measured: a third to a half of such a
-// call at 64 MiB). The kept block is handed to the kernel as free-on-demand (MADV_FREE), so it
-// costs memory only while the machine has memory to spare: under pressure its pages are taken
-// back, and the next writer gets fresh zero pages, as it would have anyway. A spin lock keeps
-// the slot safe for preemptive threads and, being trivially destructible, still works while
-// static objects are destroyed at exit.
-struct KeptBlock {
-    void* block = nullptr;
-    size_t size = 0;
-};
-KeptBlock gKept;
-std::atomic_flag gKeptLock = ATOMIC_FLAG_INIT;
-constexpr size_t kKeepAtMost = size_t(1) << 30;
-
-class KeptLock {
-  public:
-    KeptLock() {
-        while (gKeptLock.test_and_set(std::memory_order_acquire)) {
-        }
-    }
-    ~KeptLock() { gKeptLock.clear(std::memory_order_release); }
-};
-
-void* takeKept(size_t rounded) {
-    KeptLock lock;
-    if (gKept.block == nullptr || gKept.size < rounded || gKept.size > 2 * rounded) return nullptr;
-    return std::exchange(gKept.block, nullptr);
-}
-
-// Usable size of a block that came from allocateLarge, else 0.
-size_t largeBlockSize(void* p) {
-    if (p == nullptr || reinterpret_cast<uintptr_t>(p) % kHugePage != 0) return 0;
-    const size_t usable = malloc_usable_size(p) / kHugePage * kHugePage;
-    return usable >= kLargeBlock ? usable : 0;
-}
-
 // Aligned to and rounded up to huge pages, advised; released with FreeMemoryNow().
 void* allocateLarge(size_t size) {
     const size_t rounded = (size + kHugePage - 1) / kHugePage * kHugePage;
-    if (void* kept = takeKept(rounded)) return kept;
     void* block = nullptr;
     if (posix_memalign(&block, kHugePage, rounded) != 0) return nullptr;
     madvise(block, rounded, MADV_HUGEPAGE);  // advice only: failure changes nothing
@@ -102,19 +59,7 @@ std::string NewLargeString(size_t size) {
 }
 
 void FreeMemoryNow(void* p) {
-    const size_t size = largeBlockSize(p);
-    if (size == 0 || size > kKeepAtMost) {
-        free(p);
-        return;
-    }
-    madvise(p, size, MADV_FREE);  // advice only: failure keeps the pages as they are
-    void* previous = nullptr;
-    {
-        KeptLock lock;
-        previous = std::exchange(gKept.block, p);
-        gKept.size = size;
-    }
-    free(previous);  // the most recent size is the likeliest to come again
+    free(p);
 }
 
 RawBytes::RawBytes(size_t capacity) {

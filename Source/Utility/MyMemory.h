@@ -14,10 +14,10 @@ void* AllocateMemory(int64_t size);       // not cleared; none for a size below 
 // Results of several MiB are written once, right after allocation: on Linux the first touch
 // of each 4 KiB page is a page fault, which costs more than the work itself on a big result.
 // Large blocks from the two allocators above are therefore aligned and advised for
-// transparent huge pages (2 MiB per fault), and the last large block released with
-// FreeMemoryNow is kept (reclaimable by the kernel) to be handed out again. AdviseHugePages does
-// the same for a buffer that was allocated elsewhere (the part of it that covers whole huge pages);
-// ReserveLarge reserves a string's capacity that way before it is written.
+// transparent huge pages (2 MiB per fault). AdviseHugePages does the same for a buffer that
+// was allocated elsewhere (the part of it that covers whole huge pages); ReserveLarge reserves
+// a string's capacity that way before it is written. Freed blocks go straight back to the C
+// library: the plugin holds no memory between calls.
 void AdviseHugePages(void* p, size_t n);
 void ReserveLarge(std::string& s, size_t capacity);
 // A string of `size` zero bytes, reserved as above.
