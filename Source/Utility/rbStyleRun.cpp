@@ -8,24 +8,7 @@
 #include "rbData.h"
 #include "rbUtil.h"
 
-XojoStyleRun::XojoStyleRun(const XojoStyleRun& other)
-    : bold(other.bold),
-      underline(other.underline),
-      italic(other.italic),
-      textColor(other.textColor),
-      size(other.size),
-      alignment(other.alignment),
-      startPos(other.startPos),
-      length(other.length),
-      middlePos(other.middlePos),
-      font(other.font),
-      text(other.text) {
-    if (font != nullptr) REALLockString(font);
-    if (text != nullptr) REALLockString(text);
-}
-
-XojoStyleRun& XojoStyleRun::operator=(const XojoStyleRun& other) {
-    if (this == &other) return *this;
+void XojoStyleRun::copyStyle(const XojoStyleRun& other) {
     bold = other.bold;
     underline = other.underline;
     italic = other.italic;
@@ -35,35 +18,30 @@ XojoStyleRun& XojoStyleRun::operator=(const XojoStyleRun& other) {
     startPos = other.startPos;
     length = other.length;
     middlePos = other.middlePos;
+}
+
+XojoStyleRun::XojoStyleRun(const XojoStyleRun& other) {
+    copyStyle(other);
+    setFont(other.font);
+    setText(other.text);
+}
+
+XojoStyleRun& XojoStyleRun::operator=(const XojoStyleRun& other) {
+    if (this == &other) return *this;
+    copyStyle(other);
     setFont(other.font);
     setText(other.text);
     return *this;
 }
 
 XojoStyleRun::XojoStyleRun(XojoStyleRun&& other) noexcept
-    : bold(other.bold),
-      underline(other.underline),
-      italic(other.italic),
-      textColor(other.textColor),
-      size(other.size),
-      alignment(other.alignment),
-      startPos(other.startPos),
-      length(other.length),
-      middlePos(other.middlePos),
-      font(std::exchange(other.font, nullptr)),
-      text(std::exchange(other.text, nullptr)) {}
+    : font(std::exchange(other.font, nullptr)), text(std::exchange(other.text, nullptr)) {
+    copyStyle(other);
+}
 
 XojoStyleRun& XojoStyleRun::operator=(XojoStyleRun&& other) noexcept {
     if (this == &other) return *this;
-    bold = other.bold;
-    underline = other.underline;
-    italic = other.italic;
-    textColor = other.textColor;
-    size = other.size;
-    alignment = other.alignment;
-    startPos = other.startPos;
-    length = other.length;
-    middlePos = other.middlePos;
+    copyStyle(other);
     if (text != nullptr) REALUnlockString(text);
     if (font != nullptr) REALUnlockString(font);
     font = std::exchange(other.font, nullptr);

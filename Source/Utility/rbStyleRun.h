@@ -52,6 +52,9 @@ class XojoStyleRun {
     int64_t middlePos = 0;
     REALstring font = nullptr;
     REALstring text = nullptr;
+
+  private:
+    void copyStyle(const XojoStyleRun& other);  // everything but the two strings
 };
 
 // Each reader starts from zero (false, nil), so a failed read yields that.
