@@ -28,7 +28,7 @@ for h in "${harnesses[@]}"; do
   # The plugin's debug log (Debugging switched on by the input) is noise here.
   (cd build-fuzz && "./fuzz/$h" -max_total_time="$seconds" -max_len=8192 -timeout=20 \
       -rss_limit_mb=4096 -print_final_stats=1 "corpus/$h" "${seeds[@]/#/../}" 2>&1) |
-    grep -v '^KXT Debug: ' | grep -E '^(#[0-9]+ +DONE|stat::|==|SUMMARY|Done|.*ERROR|.*Test unit written|[a-z_]+_fuzz:|.*deadly signal)' || true
+    grep -v '^KXT Debug: ' | grep -E '^(#[0-9]+[[:space:]]+(INITED|DONE)|stat::|==|SUMMARY|Done|.*ERROR|.*Test unit written|[a-z_]+_fuzz:|.*deadly signal)' || true
   # grep hides the exit status of the fuzzer: a crash leaves a crash-/leak-/timeout- file.
   if compgen -G "build-fuzz/crash-*" >/dev/null || compgen -G "build-fuzz/leak-*" >/dev/null ||
      compgen -G "build-fuzz/timeout-*" >/dev/null || compgen -G "build-fuzz/oom-*" >/dev/null; then
