@@ -17,6 +17,7 @@
 #include "XojoHost.h"
 #include "rbDebug.h"
 #include "rbText.h"
+#include "utf_reference.h"
 
 namespace {
 
@@ -37,82 +38,6 @@ uint32_t gEncoding = 0;
     for (unsigned char c : gBytes) fprintf(stderr, " %02X", c);
     fprintf(stderr, "\n");
     abort();
-}
-
-// RFC 3629 decoding up to the first malformed or cut sequence, byte order marks dropped.
-std::vector<uint32_t> referenceDecode(const std::string& bytes, bool* complete) {
-    std::vector<uint32_t> out;
-    size_t i = 0;
-    const size_t n = bytes.size();
-    auto at = [&](size_t k) { return static_cast<uint8_t>(bytes[k]); };
-    while (i < n) {
-        const uint8_t b = at(i);
-        size_t len;
-        uint32_t c;
-        uint8_t lo = 0x80, hi = 0xBF;
-        if (b < 0x80) {
-            len = 1, c = b;
-        } else if (b >= 0xC2 && b <= 0xDF) {
-            len = 2, c = b & 0x1F;
-        } else if (b >= 0xE0 && b <= 0xEF) {
-            len = 3, c = b & 0x0F;
-            if (b == 0xE0) lo = 0xA0;
-            if (b == 0xED) hi = 0x9F;
-        } else if (b >= 0xF0 && b <= 0xF4) {
-            len = 4, c = b & 0x07;
-            if (b == 0xF0) lo = 0x90;
-            if (b == 0xF4) hi = 0x8F;
-        } else {
-            break;
-        }
-        if (i + len > n) break;
-        bool ok = true;
-        for (size_t k = 1; k < len; ++k) {
-            const uint8_t t = at(i + k);
-            if (t < (k == 1 ? lo : 0x80) || t > (k == 1 ? hi : 0xBF)) ok = false;
-            c = (c << 6) | (t & 0x3F);
-        }
-        if (!ok) break;
-        if (c != 0xFEFF && c != 0xFFFE) out.push_back(c);
-        i += len;
-    }
-    *complete = i == n;
-    return out;
-}
-
-std::vector<uint16_t> toUTF16(const std::vector<uint32_t>& points) {
-    std::vector<uint16_t> out;
-    for (uint32_t c : points) {
-        if (c < 0x10000) {
-            out.push_back(uint16_t(c));
-        } else {
-            out.push_back(uint16_t(0xD800 + ((c - 0x10000) >> 10)));
-            out.push_back(uint16_t(0xDC00 + ((c - 0x10000) & 0x3FF)));
-        }
-    }
-    return out;
-}
-
-std::string toUTF8(const std::vector<uint32_t>& points) {
-    std::string out;
-    for (uint32_t c : points) {
-        if (c < 0x80) {
-            out += char(c);
-        } else if (c < 0x800) {
-            out += char(0xC0 | (c >> 6));
-            out += char(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            out += char(0xE0 | (c >> 12));
-            out += char(0x80 | ((c >> 6) & 0x3F));
-            out += char(0x80 | (c & 0x3F));
-        } else {
-            out += char(0xF0 | (c >> 18));
-            out += char(0x80 | ((c >> 12) & 0x3F));
-            out += char(0x80 | ((c >> 6) & 0x3F));
-            out += char(0x80 | (c & 0x3F));
-        }
-    }
-    return out;
 }
 
 std::string withoutByteOrderMarks(const std::string& bytes) {
@@ -189,10 +114,11 @@ void checkText(uint8_t order) {
         if (gEncoding == kREALTextEncodingUTF8 && utf8 != gBytes)
             fail("the UTF-8 form is not the bytes");
         bool complete = false;
-        const std::vector<uint32_t> expected = referenceDecode(gBytes, &complete);
+        const std::vector<uint32_t> expected = ref::decodeUTF8(gBytes, &complete);
         if (utf32 != expected) fail("the UTF-32 form differs from a plain UTF-8 decoder");
-        if (utf16 != toUTF16(expected)) fail("the UTF-16 form differs from a plain UTF-8 decoder");
-        if (complete && toUTF8(utf32) != withoutByteOrderMarks(gBytes)) {
+        if (utf16 != ref::utf16Of(expected))
+            fail("the UTF-16 form differs from a plain UTF-8 decoder");
+        if (complete && ref::utf8Of(utf32) != withoutByteOrderMarks(gBytes)) {
             fail("valid UTF-8 does not come back from the UTF-32 form");
         }
     }
