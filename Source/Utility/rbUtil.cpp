@@ -42,9 +42,6 @@ bool IsUTF16or32Encoding(uint32_t encoding) {
 
 namespace {
 
-// The host's string lengths are 32-bit.
-constexpr int64_t kMaxHostLength = 0x7FFFFFFF;
-
 // Builds in `encoding`, then converts to UTF-8, giving back the intermediate.
 REALstring buildConverted(const void* data, int64_t length, uint32_t encoding) {
     REALstring wide = REALBuildStringWithEncoding(static_cast<const char*>(data),

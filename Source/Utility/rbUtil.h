@@ -6,6 +6,9 @@
 
 #include "XojoPluginABI.h"
 
+// The host's string lengths are 32-bit: the builders give nil for anything longer.
+constexpr int64_t kMaxHostLength = 0x7FFFFFFF;
+
 // A length below 1 or no data gives nil. Mac Roman, Latin-1, CP1252 and unknown bytes that are
 // pure ASCII are tagged ASCII. UTF-16/UTF-32 input (host byte order) comes back as UTF-8 on
 // hosts that can convert.

@@ -3,7 +3,6 @@
 #include <emmintrin.h>
 
 #include <cstring>
-#include <memory>
 #include <optional>
 
 #include "MyMemory.h"
@@ -266,17 +265,6 @@ REALstring EncodingTo(REALstring s, const kxt::CodePage& page) {
     });
 }
 
-namespace {
-
-struct FreeMemory {
-    void operator()(void* p) const { FreeMemoryNow(p); }
-};
-
-// The host's string lengths are 32-bit.
-constexpr size_t kMaxHostLength = 0x7FFFFFFF;
-
-}  // namespace
-
 REALstring DecodingTo(REALstring s, const kxt::CodePage& page) {
     return NilOnAllocationFailure<REALstring>(nullptr, [&]() -> REALstring {
         rbData in(s);
@@ -285,12 +273,10 @@ REALstring DecodingTo(REALstring s, const kxt::CodePage& page) {
         // where either form could be too long for a host string take the UTF-16 way, which
         // reports that as it always did.
         const size_t n = size_t(in.size);
-        if (gHostVersion >= 2012.0 && n > 0 && kxt::decodedUTF8Room(n) <= kMaxHostLength) {
-            std::unique_ptr<char, FreeMemory> out(
-                static_cast<char*>(AllocateMemory(int64_t(kxt::decodedUTF8Room(n)))));
-            if (!out) return nullptr;
-            const size_t length = kxt::decodeCodePageUTF8(in.view(), page, out.get());
-            return REALBuildUnicodeString(out.get(), int64_t(length), kREALTextEncodingUTF8);
+        if (gHostVersion >= 2012.0 && n > 0 && kxt::decodedUTF8Room(n) <= size_t(kMaxHostLength)) {
+            RawBytes out(kxt::decodedUTF8Room(n));  // std::bad_alloc gives nil
+            out.setSize(kxt::decodeCodePageUTF8(in.view(), page, out.data()));
+            return REALBuildUnicodeString(out.view(), kREALTextEncodingUTF8);
         }
         std::vector<uint16_t> units = kxt::decodeCodePage(in.view(), page);
         return REALBuildUnicodeString(units.data(), int64_t(units.size() * sizeof(uint16_t)),

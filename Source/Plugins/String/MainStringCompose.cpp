@@ -525,7 +525,7 @@ bool convertUTF8Directly(REALstring text, size_t (*room)(size_t), Convert conver
     const std::string_view bytes = in.view();
     const size_t n = bytes.size();
     // Both ways give nil for results too long for a host string; the UTF-16 way decides.
-    if (n > size_t(0x7FFFFFFF) / 4) return false;
+    if (n > size_t(kMaxHostLength) / 4) return false;
     if (encoding == kREALTextEncodingASCII ? !IsASCII(bytes.data(), int64_t(n))
                                            : kxt::wellFormedPrefixLength(bytes) != n) {
         return false;

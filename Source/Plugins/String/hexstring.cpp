@@ -12,7 +12,6 @@ namespace kxt {
 namespace {
 
 constexpr const char* kHexDigits = "0123456789ABCDEF";
-constexpr int64_t kMaxHostLength = 0x7FFFFFFF;
 
 // a * b + c, or -1 once anything passes kMaxHostLength.
 int64_t cappedMulAdd(int64_t a, int64_t b, int64_t c) {

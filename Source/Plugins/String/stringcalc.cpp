@@ -168,8 +168,6 @@ Buffer allocate(int64_t size) {
     return Buffer(static_cast<uint8_t*>(AllocateMemory(size)));
 }
 
-// The builder refuses anything longer; work that would be thrown away is skipped.
-constexpr int64_t kLongestString = 0x7FFFFFFF;
 // No machine this runs on maps a terabyte, and some allocators abort instead of failing on
 // such requests, so larger ones count as failed without being tried.
 constexpr int64_t kLargestAllocation = int64_t(1) << 40;
@@ -260,7 +258,7 @@ REALstring CreateStringKXT(RBInteger length, REALstring content) {
                            uint32_t(kREALTextEncodingASCII));
             return nullptr;
         }
-        if (length <= kLongestString) {
+        if (length <= kMaxHostLength) {
             kxt::fillRepeating(std::span(buffer.get(), size_t(length)), pattern.view());
         }
         // The empty string is nil to Xojo, and nil has no encoding.
@@ -275,7 +273,7 @@ REALstring RandomBytesStringKXT(RBInteger length, RBBoolean ascii) {
         if (length < 1) return nullptr;
         Buffer buffer = allocateWithin(length);
         if (!buffer) return nullptr;
-        if (length <= kLongestString) {
+        if (length <= kMaxHostLength) {
             kxt::fillRandomBytes(std::span(buffer.get(), size_t(length)), ascii);
         }
         return REALBuildUnicodeString(
