@@ -9,6 +9,7 @@
 #include "MainStringCompose.h"
 #include "URLencoding.h"
 #include "quotedprintable.h"
+#include "utf_reference.h"
 
 namespace bench {
 
@@ -507,45 +508,12 @@ std::vector<uint32_t> toUTF32(std::string_view s) {
 }
 
 std::u16string toUTF16(std::string_view s) {
-    std::u16string out;
-    out.reserve(s.size());
-    for (uint32_t cp : toUTF32(s)) {
-        if (cp < 0x10000) {
-            out += char16_t(cp);
-        } else {
-            cp -= 0x10000;
-            out += char16_t(0xD800 + (cp >> 10));
-            out += char16_t(0xDC00 + (cp & 0x3FF));
-        }
-    }
-    return out;
+    const std::vector<uint16_t> units = ref::utf16Of(toUTF32(s));
+    return std::u16string(units.begin(), units.end());
 }
 
 std::string toUTF8(std::u16string_view s) {
-    std::string out;
-    out.reserve(s.size() * 3);
-    for (size_t i = 0; i < s.size(); ++i) {
-        uint32_t cp = s[i];
-        if (cp >= 0xD800 && cp < 0xDC00 && i + 1 < s.size()) {
-            cp = 0x10000 + ((cp - 0xD800) << 10) + (s[++i] - 0xDC00);
-        }
-        if (cp < 0x80) {
-            out += char(cp);
-        } else if (cp < 0x800) {
-            out += char(0xC0 | (cp >> 6));
-            out += char(0x80 | (cp & 0x3F));
-        } else if (cp < 0x10000) {
-            out += char(0xE0 | (cp >> 12));
-            out += char(0x80 | ((cp >> 6) & 0x3F));
-            out += char(0x80 | (cp & 0x3F));
-        } else {
-            out += char(0xF0 | (cp >> 18));
-            out += char(0x80 | ((cp >> 12) & 0x3F));
-            out += char(0x80 | ((cp >> 6) & 0x3F));
-            out += char(0x80 | (cp & 0x3F));
-        }
-    }
-    return out;
+    return ref::utf8Of(ref::codePointsOf(s));
 }
 
 std::pair<std::vector<uint32_t>, std::vector<uint32_t>> distanceOperands(size_t count) {

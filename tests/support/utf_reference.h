@@ -1,5 +1,5 @@
-// Plain UTF conversions for the fuzzers' references: the straightforward readings that the
-// plugin's text forms and its UTF-8 fast paths must agree with.
+// Plain UTF conversions: the straightforward readings that the plugin's text forms and its UTF-8
+// fast paths must agree with in the fuzzers, and the benchmarks' corpus conversions.
 #pragma once
 
 #include <cstdint>
@@ -84,10 +84,12 @@ inline std::string utf8Of(const std::vector<uint32_t>& points) {
     return out;
 }
 
-// Code points of UTF-16 units: a surrogate pair is one code point, a lone surrogate stays a
-// code point of its own.
-inline std::vector<uint32_t> codePointsOf(const std::vector<uint16_t>& units) {
+// Code points of UTF-16 units (any container of 16-bit units): a surrogate pair is one code
+// point, a lone surrogate stays a code point of its own.
+template <typename Units>
+std::vector<uint32_t> codePointsOf(const Units& units) {
     std::vector<uint32_t> out;
+    out.reserve(units.size());
     for (size_t i = 0; i < units.size(); ++i) {
         uint32_t c = units[i];
         if (c >= 0xD800 && c < 0xDC00 && i + 1 < units.size() && units[i + 1] >= 0xDC00 &&
