@@ -102,6 +102,9 @@ TEST_F(RTFGetter, ExamplesByteForByte) {
               "\\f0\\fs24 a\\{b\\}\\\\c\\par \\u233 }");
     EXPECT_EQ(body(host().newStyledText({{"\xF0\x9F\x98\x80", "Arial", 12}})),
               "\\f0\\fs24 \\u55357 \\u56832 }");
+    // Fonts are told apart by the host's comparison, whatever the magnitude of its answer.
+    EXPECT_EQ(body(host().newStyledText({{"a", "Arial", 12}, {"b", "Courier", 12}})),
+              "\\f0\\fs24 a\\f1 b}");
 }
 
 TEST_F(RTFGetter, NothingToWriteGivesNil) {
