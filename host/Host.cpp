@@ -16,6 +16,7 @@
 #include "Encodings.h"
 #include "HostInternal.h"
 #include "HostServices.h"
+#include "XojoHostServices.h"
 
 namespace xhost {
 
@@ -147,12 +148,10 @@ void registerClassExtension(REALclassDefinition* def) {
 void* loadGlobalMethod(const char* module, const char* declaration) {
     if (module != nullptr || declaration == nullptr || isHidden(declaration)) return nullptr;
     std::string d = normalizeDeclaration(declaration);
-    if (d == normalizeDeclaration("LenB(s as string) as integer")) {
-        return reinterpret_cast<void*>(&services::lenB);
-    }
-    if (d == normalizeDeclaration("Len(s as string) as integer")) {
-        return reinterpret_cast<void*>(&services::len);
-    }
+    constexpr kxt::abi::StringLengthMethod lenB = kNoExcept<&services::lenB>;
+    constexpr kxt::abi::StringLengthMethod len = kNoExcept<&services::len>;
+    if (d == normalizeDeclaration(kxt::abi::kLenBDeclaration)) return reinterpret_cast<void*>(lenB);
+    if (d == normalizeDeclaration(kxt::abi::kLenDeclaration)) return reinterpret_cast<void*>(len);
     return nullptr;
 }
 
@@ -161,52 +160,55 @@ void* loadObjectMethodService(REALobject o, const char* declaration) {
     return services::loadObjectMethod(o, declaration);
 }
 
-template <typename F>
-void* fn(F* f) {
-    return reinterpret_cast<void*>(f);
-}
+// Every service of the list, each of exactly its listed type: a drifting signature, a missing
+// service or one that may throw does not compile.
+constexpr kxt::abi::HostServiceTable kServices = {
+    .REALGetRBVersion = kNoExcept<&getVersion>,
+    .RegisterPluginVersion = kNoExcept<&registerPluginVersion>,
+    .REALinRuntime = kNoExcept<&inRuntime>,
+    .PluginGetStringData = kNoExcept<&services::getStringData>,
+    .PluginDisposeStringData = kNoExcept<&services::disposeStringData>,
+    .PluginCallFunctionWithExceptionHandler = kNoExcept<&services::callWithExceptionHandler>,
+    .RuntimeStringCompare = kNoExcept<&services::compareStrings>,
+    .REALBuildString = kNoExcept<&services::buildString>,
+    .REALBuildStringWithEncoding = kNoExcept<&services::buildStringWithEncoding>,
+    .REALLockObject = kNoExcept<&services::lockObjectService>,
+    .REALUnlockObject = kNoExcept<&services::unlockObjectService>,
+    .REALLockString = kNoExcept<&services::lockStringService>,
+    .REALUnlockString = kNoExcept<&services::unlockStringService>,
+    .RuntimeRaiseException = kNoExcept<&services::raiseException>,
+    .RuntimeUBound = kNoExcept<&services::arrayUBound>,
+    .REALYieldToRB = kNoExcept<&yieldToRB>,
+    .PluginRegisterModule = kNoExcept<&registerModule>,
+    .PluginRegisterMethod = kNoExcept<&registerMethod>,
+    .PluginRegisterClassExtension = kNoExcept<&registerClassExtension>,
+    .REALLoadGlobalMethod = kNoExcept<&loadGlobalMethod>,
+    .REALLoadObjectMethod = kNoExcept<&loadObjectMethodService>,
+    .StringGetCString = kNoExcept<&services::getCString>,
+    .REALGetPropValueString = kNoExcept<&services::getPropString>,
+    .REALSetPropValueString = kNoExcept<&services::setPropString>,
+    .REALGetPropValueBool = kNoExcept<&services::getPropBool>,
+    .REALGetPropValueColor = kNoExcept<&services::getPropColor>,
+    .REALGetPropValueInteger = kNoExcept<&services::getPropInteger>,
+    .REALSetPropValueInteger = kNoExcept<&services::setPropInteger>,
+    .REALSetPropValueUInt32 = kNoExcept<&services::setPropUInt32>,
+    .REALSetPropValueBoolean = kNoExcept<&services::setPropBoolean>,
+    .RuntimeArrayCreateSingleDimBoundedArray = kNoExcept<&services::createArray>,
+    .PluginStringArrayInsertProc = kNoExcept<&services::stringArrayInsertProc>,
+    .REALGetStringEncoding = kNoExcept<&services::getStringEncoding>,
+    .REALSetStringEncoding = kNoExcept<&services::setStringEncoding>,
+    .REALConvertString = kNoExcept<&services::convertString>,
+    .PluginNewInstance = kNoExcept<&services::newInstance>,
+    .memoryBlockGetPtr = kNoExcept<&services::memoryBlockGetPtr>,
+    .memoryBlockGetSize = kNoExcept<&services::memoryBlockGetSize>,
+};
+static_assert(kxt::abi::IsComplete(kServices), "every listed service needs a function");
 
 const std::unordered_map<std::string, void*>& serviceTable() {
-    using namespace services;
     static const std::unordered_map<std::string, void*> table = {
-        {"REALGetRBVersion", fn(&getVersion)},
-        {"RegisterPluginVersion", fn(&registerPluginVersion)},
-        {"REALinRuntime", fn(&inRuntime)},
-        {"PluginGetStringData", fn(&getStringData)},
-        {"PluginDisposeStringData", fn(&disposeStringData)},
-        {"PluginCallFunctionWithExceptionHandler", fn(&callWithExceptionHandler)},
-        {"RuntimeStringCompare", fn(&compareStrings)},
-        {"REALBuildString", fn(&buildString)},
-        {"REALBuildStringWithEncoding", fn(&buildStringWithEncoding)},
-        {"REALLockObject", fn(&lockObjectService)},
-        {"REALUnlockObject", fn(&unlockObjectService)},
-        {"REALLockString", fn(&lockStringService)},
-        {"REALUnlockString", fn(&unlockStringService)},
-        {"RuntimeRaiseException", fn(&raiseException)},
-        {"RuntimeUBound", fn(&arrayUBound)},
-        {"REALYieldToRB", fn(&yieldToRB)},
-        {"PluginRegisterModule", fn(&registerModule)},
-        {"PluginRegisterMethod", fn(&registerMethod)},
-        {"PluginRegisterClassExtension", fn(&registerClassExtension)},
-        {"REALLoadGlobalMethod", fn(&loadGlobalMethod)},
-        {"REALLoadObjectMethod", fn(&loadObjectMethodService)},
-        {"StringGetCString", fn(&getCString)},
-        {"REALGetPropValueString", fn(&getPropString)},
-        {"REALSetPropValueString", fn(&setPropString)},
-        {"REALGetPropValueBool", fn(&getPropBool)},
-        {"REALGetPropValueColor", fn(&getPropColor)},
-        {"REALGetPropValueInteger", fn(&getPropInteger)},
-        {"REALSetPropValueInteger", fn(&setPropInteger)},
-        {"REALSetPropValueUInt32", fn(&setPropUInt32)},
-        {"REALSetPropValueBoolean", fn(&setPropBoolean)},
-        {"RuntimeArrayCreateSingleDimBoundedArray", fn(&createArray)},
-        {"PluginStringArrayInsertProc", fn(&stringArrayInsertProc)},
-        {"REALGetStringEncoding", fn(&getStringEncoding)},
-        {"REALSetStringEncoding", fn(&setStringEncoding)},
-        {"REALConvertString", fn(&convertString)},
-        {"PluginNewInstance", fn(&newInstance)},
-        {"memoryBlockGetPtr", fn(&memoryBlockGetPtr)},
-        {"memoryBlockGetSize", fn(&memoryBlockGetSize)},
+#define KXT_SERVICE_ENTRY(name, R, P) {#name, reinterpret_cast<void*>(kServices.name)},
+        KXT_HOST_SERVICES(KXT_SERVICE_ENTRY)
+#undef KXT_SERVICE_ENTRY
     };
     return table;
 }
@@ -750,6 +752,13 @@ int64_t Host::yieldCount() const {
 }
 std::vector<std::string> Host::misuses() const {
     return state_->misuses;
+}
+uint64_t Host::serviceFailures() const {
+    return state_->serviceFailures;
+}
+
+void serviceFailed() noexcept {
+    if (Host::State* st = currentState()) ++st->serviceFailures;
 }
 
 std::string Host::describeLive() const {

@@ -5,10 +5,12 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <iterator>
 #include <map>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "XojoHost.h"
@@ -184,6 +186,7 @@ struct Host::State {
     std::vector<RegisteredMethod> globals;
     std::vector<RegisteredClassExtension> extensions;
     std::vector<std::string> misuses;
+    uint64_t serviceFailures = 0;  // services that failed inside (out of memory) and said so
 };
 
 struct HostAccess {
@@ -230,6 +233,28 @@ const char* typeName(Value::Type t);
 
 // The resolver handed to the plugin.
 void* resolve(const char* name);
+
+// Counts a service that failed inside; it answers with its neutral result.
+void serviceFailed() noexcept;
+
+// Runs a host function that the plugin calls so that nothing unwinds into the plugin: an
+// exception inside (an allocation that failed) is counted and answered with the neutral result
+// (a null handle, false, 0), as the contract allows. NoExcept<f>::call has f's signature.
+template <auto F>
+struct NoExcept;
+template <typename R, typename... A, R (*F)(A...)>
+struct NoExcept<F> {
+    static R call(A... args) noexcept {
+        try {
+            return F(args...);
+        } catch (...) {
+            serviceFailed();
+        }
+        if constexpr (!std::is_void_v<R>) return R{};
+    }
+};
+template <auto F>
+constexpr auto kNoExcept = &NoExcept<F>::call;
 
 // Case- and blank-insensitive comparison of declarations and names.
 std::string normalizeDeclaration(std::string_view text);

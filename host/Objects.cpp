@@ -224,17 +224,17 @@ struct MethodDef {
 const std::vector<MethodDef>& methods() {
     static const std::vector<MethodDef> defs = {
         {"MemoryBlock", "Constructor(bytes as Integer)",
-         reinterpret_cast<void*>(&memoryBlockConstructor)},
+         reinterpret_cast<void*>(kNoExcept<&memoryBlockConstructor>)},
         {"StyledText", "StyleRun(Index as Integer) As StyleRun",
-         reinterpret_cast<void*>(&styledTextStyleRun)},
+         reinterpret_cast<void*>(kNoExcept<&styledTextStyleRun>)},
         {"StyledText", "Paragraph(Index as Integer) As Paragraph",
-         reinterpret_cast<void*>(&styledTextParagraph)},
+         reinterpret_cast<void*>(kNoExcept<&styledTextParagraph>)},
         {"StyledText", "RemoveStyleRun(Index as Integer)",
-         reinterpret_cast<void*>(&styledTextRemoveStyleRun)},
+         reinterpret_cast<void*>(kNoExcept<&styledTextRemoveStyleRun>)},
         {"StyledText", "AppendStyleRun(Run as StyleRun)",
-         reinterpret_cast<void*>(&styledTextAppendStyleRun)},
+         reinterpret_cast<void*>(kNoExcept<&styledTextAppendStyleRun>)},
         {"StyledText", "ParagraphAlignment(Index As Integer, assigns _value as Integer)",
-         reinterpret_cast<void*>(&styledTextParagraphAlignment)},
+         reinterpret_cast<void*>(kNoExcept<&styledTextParagraphAlignment>)},
     };
     return defs;
 }
@@ -555,7 +555,8 @@ void* stringArrayInsertProc(REALarray array) {
         misuse(*st, "PluginStringArrayInsertProc of a " + a->className + ", not a string array");
         return nullptr;
     }
-    return reinterpret_cast<void*>(&insertArrayString);
+    constexpr REALStringArrayInsertFunction insert = kNoExcept<&insertArrayString>;
+    return reinterpret_cast<void*>(insert);
 }
 
 RBInteger arrayUBound(REALarray array) {

@@ -211,6 +211,8 @@ class Host {
     // Wrong uses of the host seen so far: releasing a dead handle, disposing a string-data
     // record twice, unknown handles. Empty when the plugin behaved.
     std::vector<std::string> misuses() const;
+    // Services that failed inside (an allocation) and answered with their neutral result.
+    uint64_t serviceFailures() const;
 
   private:
     HostOptions options_;

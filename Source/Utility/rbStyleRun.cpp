@@ -2,9 +2,11 @@
 #include "rbStyleRun.h"
 
 #include <algorithm>
+#include <atomic>
 #include <utility>
 
 #include "REALplugin.h"
+#include "XojoHostServices.h"
 #include "rbData.h"
 #include "rbUtil.h"
 
@@ -107,8 +109,9 @@ using IndexedMethod = REALobject (*)(REALobject, RBInteger);
 MethodCache<IndexedMethod> gStyleRunMethod{"StyleRun(Index as Integer) As StyleRun"};
 MethodCache<IndexedMethod> gParagraphMethod{"Paragraph(Index as Integer) As Paragraph"};
 
-RBInteger (*gLen)(REALstring) = nullptr;
-bool gLenLookedUp = false;
+// The framework's Len, once found. Atomic with no separate "looked up" flag: a thread that sees
+// a pointer sees a usable one.
+std::atomic<kxt::abi::StringLengthMethod> gLen{nullptr};
 
 }  // namespace
 
@@ -149,12 +152,13 @@ REALobject GetParagraph(REALobject styledText, int64_t index) {
 }
 
 int64_t GetStringLength(REALstring s) {
-    if (!gLenLookedUp) {
-        gLen = reinterpret_cast<RBInteger (*)(REALstring)>(
-            REALLoadFrameworkMethod("Len(s as string) as integer"));
-        gLenLookedUp = gLen != nullptr;
+    auto len = gLen.load(std::memory_order_relaxed);
+    if (len == nullptr) {
+        len = reinterpret_cast<kxt::abi::StringLengthMethod>(
+            REALLoadFrameworkMethod(kxt::abi::kLenDeclaration));
+        if (len != nullptr) gLen.store(len, std::memory_order_relaxed);
     }
-    return gLen != nullptr ? gLen(s) : 0;
+    return len != nullptr ? len(s) : 0;
 }
 
 REALstring CleanupText(REALstring) {

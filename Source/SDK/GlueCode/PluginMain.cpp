@@ -1,82 +1,61 @@
 // Entry points and the binding layer: every host service is resolved by name on first use.
 #include <unistd.h>
 
+#include <atomic>
 #include <type_traits>
+#include <utility>
 
 #include "REALplugin.h"
+#include "XojoHostServices.h"
 
 namespace {
 
-REALResolver gResolver = nullptr;
+using kxt::abi::HostService;
+using kxt::abi::HostServiceFunction;
 
-// One cached host function. A null lookup is not remembered, so a service that appears later
-// (or a test host that stops hiding it) is found on the next call.
-template <typename Fn>
-struct HostFunction {
-    const char* name;
-    Fn cached = nullptr;
+// Handlers may run on several threads, so the first use of a service may race: every pointer
+// here is atomic. Only the pointer itself is published (the code it points to is the host's),
+// so relaxed order is enough.
+std::atomic<REALResolver> gResolver{nullptr};
 
-    Fn get() {
-        if (cached == nullptr && gResolver != nullptr) {
-            cached = reinterpret_cast<Fn>(gResolver(name));
+// The cached function of a service. A null lookup is not remembered, so a service that appears
+// later (or a test host that stops hiding it) is found on the next call.
+template <HostService S>
+HostServiceFunction<S> hostFunction() {
+    using Fn = HostServiceFunction<S>;
+    static constinit std::atomic<Fn> cached{nullptr};
+    Fn f = cached.load(std::memory_order_relaxed);
+    if (f == nullptr) {
+        if (REALResolver resolver = gResolver.load(std::memory_order_relaxed)) {
+            f = reinterpret_cast<Fn>(resolver(kxt::abi::HostServiceInfo<S>::name));
+            if (f != nullptr) cached.store(f, std::memory_order_relaxed);
         }
-        return cached;
     }
-};
+    return f;
+}
 
-template <typename R, typename... Args>
-R callHost(HostFunction<R (*)(Args...)>& fn, Args... args) {
-    if (auto f = fn.get()) return f(args...);
+// Calls a service with its listed parameter types, or gives the neutral result when the host
+// lacks it.
+template <HostService S, typename... Args>
+auto callHost(Args... args) {
+    using R = decltype(std::declval<HostServiceFunction<S>>()(args...));
+    if (auto f = hostFunction<S>()) return f(args...);
     if constexpr (!std::is_void_v<R>) return R{};
 }
 
-#define KXT_HOST(var, hostName, R, ...)    \
-    HostFunction<R (*)(__VA_ARGS__)> var { \
-        hostName                           \
-    }
-
-KXT_HOST(hGetStringData, "PluginGetStringData", RBBoolean, REALstring, uint32_t, REALstringData*);
-KXT_HOST(hDisposeStringData, "PluginDisposeStringData", void, REALstringData*);
-KXT_HOST(hCallWithHandler, "PluginCallFunctionWithExceptionHandler", REALobject, void (*)(void*),
-         void*);
-KXT_HOST(hCompareStrings, "RuntimeStringCompare", RBInteger, REALstring, REALstring);
-KXT_HOST(hInRuntime, "REALinRuntime", RBBoolean);
-KXT_HOST(hBuildString, "REALBuildString", REALstring, const char*, int32_t);
-KXT_HOST(hBuildStringWithEncoding, "REALBuildStringWithEncoding", REALstring, const char*, int32_t,
-         uint32_t);
-KXT_HOST(hLockObject, "REALLockObject", void, REALobject);
-KXT_HOST(hUnlockObject, "REALUnlockObject", void, REALobject);
-KXT_HOST(hLockString, "REALLockString", void, REALstring);
-KXT_HOST(hUnlockString, "REALUnlockString", void, REALstring);
-KXT_HOST(hRaiseException, "RuntimeRaiseException", void, REALobject);
-KXT_HOST(hUBound, "RuntimeUBound", RBInteger, REALarray);
-KXT_HOST(hYield, "REALYieldToRB", void);
-KXT_HOST(hRegisterModule, "PluginRegisterModule", void, REALmoduleDefinition*);
-KXT_HOST(hRegisterMethod, "PluginRegisterMethod", void, REALmethodDefinition*);
-KXT_HOST(hRegisterClassExtension, "PluginRegisterClassExtension", void, REALclassDefinition*);
-KXT_HOST(hLoadGlobalMethod, "REALLoadGlobalMethod", void*, const char*, const char*);
-KXT_HOST(hLoadObjectMethod, "REALLoadObjectMethod", void*, REALobject, const char*);
-KXT_HOST(hGetCString, "StringGetCString", const char*, REALstring);
-KXT_HOST(hGetPropString, "REALGetPropValueString", RBBoolean, REALobject, const char*, REALstring*);
-KXT_HOST(hSetPropString, "REALSetPropValueString", RBBoolean, REALobject, const char*, REALstring);
-KXT_HOST(hGetPropBool, "REALGetPropValueBool", RBBoolean, REALobject, const char*, RBBoolean*);
-KXT_HOST(hGetPropColor, "REALGetPropValueColor", RBBoolean, REALobject, const char*, RBColor*);
-KXT_HOST(hGetPropInteger, "REALGetPropValueInteger", RBBoolean, REALobject, const char*,
-         RBInteger*);
-KXT_HOST(hSetPropInteger, "REALSetPropValueInteger", RBBoolean, REALobject, const char*, RBInteger);
-KXT_HOST(hSetPropUInt32, "REALSetPropValueUInt32", RBBoolean, REALobject, const char*, uint32_t);
-KXT_HOST(hSetPropBoolean, "REALSetPropValueBoolean", RBBoolean, REALobject, const char*, RBBoolean);
-KXT_HOST(hCreateArray, "RuntimeArrayCreateSingleDimBoundedArray", REALarray, int32_t, RBInteger);
-KXT_HOST(hStringArrayInsertProc, "PluginStringArrayInsertProc", void*, REALarray);
-KXT_HOST(hGetStringEncoding, "REALGetStringEncoding", uint32_t, REALstring);
-KXT_HOST(hSetStringEncoding, "REALSetStringEncoding", void, REALstring, uint32_t);
-KXT_HOST(hConvertString, "REALConvertString", REALstring, REALstring, uint32_t);
-KXT_HOST(hNewInstance, "PluginNewInstance", REALobject, const char*);
-KXT_HOST(hMemoryBlockGetPtr, "memoryBlockGetPtr", void*, REALmemoryBlock);
-KXT_HOST(hMemoryBlockGetSize, "memoryBlockGetSize", RBInteger, REALmemoryBlock);
+// A wrapper that only forwards has exactly its service's signature (the others are checked by
+// the arguments they pass).
+template <typename Wrapper, HostService S>
+constexpr bool kSameSignature = false;
+template <typename R, typename... A, HostService S>
+constexpr bool kSameSignature<R (*)(A...), S> =
+    std::is_same_v<R (*)(A...) noexcept, HostServiceFunction<S>>;
+#define KXT_WRAPS(wrapper, service)                                         \
+    static_assert(kSameSignature<decltype(&wrapper), HostService::service>, \
+                  #wrapper " must have the signature of the host service " #service)
 
 // The framework's LenB, loaded once it is available.
-RBInteger (*gLenB)(REALstring) = nullptr;
+std::atomic<kxt::abi::StringLengthMethod> gLenB{nullptr};
 
 }  // namespace
 
@@ -84,132 +63,170 @@ double gHostVersion = 0.0;
 uint32_t gPluginInterfaceVersion = 9;
 
 RBBoolean REALGetStringData(REALstring s, uint32_t encoding, REALstringData* out) {
-    return callHost(hGetStringData, s, encoding, out);
+    return callHost<HostService::PluginGetStringData>(s, encoding, out);
 }
 void REALDisposeStringData(REALstringData* data) {
-    callHost(hDisposeStringData, data);
+    callHost<HostService::PluginDisposeStringData>(data);
 }
 
 REALobject REALCallFunctionWithExceptionHandler(void (*f)(void*), void* arg) {
-    if (auto guarded = hCallWithHandler.get()) return guarded(f, arg);
+    if (auto guarded = hostFunction<HostService::PluginCallFunctionWithExceptionHandler>())
+        return guarded(f, arg);
     // Without the host's guard the function still has to run.
     f(arg);
     return nullptr;
 }
 
 RBInteger REALCompareStrings(REALstring a, REALstring b) {
-    return callHost(hCompareStrings, a, b);
+    return callHost<HostService::RuntimeStringCompare>(a, b);
 }
 RBBoolean REALinRuntime() {
-    return callHost(hInRuntime);
+    return callHost<HostService::REALinRuntime>();
 }
 REALstring REALBuildString(const char* data, int32_t length) {
-    return callHost(hBuildString, data, length);
+    return callHost<HostService::REALBuildString>(data, length);
 }
 REALstring REALBuildStringWithEncoding(const char* data, int32_t length, uint32_t encoding) {
-    return callHost(hBuildStringWithEncoding, data, length, encoding);
+    return callHost<HostService::REALBuildStringWithEncoding>(data, length, encoding);
 }
 void REALLockObject(REALobject obj) {
-    callHost(hLockObject, obj);
+    callHost<HostService::REALLockObject>(obj);
 }
 void REALUnlockObject(REALobject obj) {
-    callHost(hUnlockObject, obj);
+    callHost<HostService::REALUnlockObject>(obj);
 }
 void REALLockString(REALstring s) {
-    callHost(hLockString, s);
+    callHost<HostService::REALLockString>(s);
 }
 void REALUnlockString(REALstring s) {
-    callHost(hUnlockString, s);
+    callHost<HostService::REALUnlockString>(s);
 }
 void REALRaiseException(REALobject exception) {
-    callHost(hRaiseException, exception);
+    callHost<HostService::RuntimeRaiseException>(exception);
 }
 RBInteger REALGetArrayUBound(REALarray array) {
-    return callHost(hUBound, array);
+    return callHost<HostService::RuntimeUBound>(array);
 }
 void REALYieldToRB() {
-    callHost(hYield);
+    callHost<HostService::REALYieldToRB>();
 }
 void REALRegisterModule(REALmoduleDefinition* module) {
-    callHost(hRegisterModule, module);
+    callHost<HostService::PluginRegisterModule>(module);
 }
 void REALRegisterMethod(REALmethodDefinition* method) {
-    callHost(hRegisterMethod, method);
+    callHost<HostService::PluginRegisterMethod>(method);
 }
 void REALRegisterClassExtension(REALclassDefinition* cls) {
-    callHost(hRegisterClassExtension, cls);
+    callHost<HostService::PluginRegisterClassExtension>(cls);
 }
 void* REALLoadFrameworkMethod(const char* declaration) {
-    return callHost(hLoadGlobalMethod, static_cast<const char*>(nullptr), declaration);
+    return callHost<HostService::REALLoadGlobalMethod>(static_cast<const char*>(nullptr),
+                                                       declaration);
 }
 void* REALLoadObjectMethod(REALobject obj, const char* declaration) {
-    return callHost(hLoadObjectMethod, obj, declaration);
+    return callHost<HostService::REALLoadObjectMethod>(obj, declaration);
 }
 
 const char* REALGetStringContents(REALstring s, size_t* lengthOut) {
     if (s == nullptr) return nullptr;
-    auto getCString = hGetCString.get();
+    auto getCString = hostFunction<HostService::StringGetCString>();
     if (lengthOut != nullptr) {
-        if (gLenB == nullptr) {
-            gLenB = reinterpret_cast<RBInteger (*)(REALstring)>(
-                REALLoadFrameworkMethod("LenB( s as string ) as integer"));
+        auto lenB = gLenB.load(std::memory_order_relaxed);
+        if (lenB == nullptr) {
+            lenB = reinterpret_cast<kxt::abi::StringLengthMethod>(
+                REALLoadFrameworkMethod(kxt::abi::kLenBDeclaration));
+            if (lenB != nullptr) gLenB.store(lenB, std::memory_order_relaxed);
         }
-        if (gLenB != nullptr) *lengthOut = static_cast<size_t>(gLenB(s));
+        if (lenB != nullptr) *lengthOut = static_cast<size_t>(lenB(s));
     }
     return getCString != nullptr ? getCString(s) : nullptr;
 }
 
 RBBoolean REALGetPropValueString(REALobject obj, const char* name, REALstring* out) {
-    return callHost(hGetPropString, obj, name, out);
+    return callHost<HostService::REALGetPropValueString>(obj, name, out);
 }
 RBBoolean REALSetPropValueString(REALobject obj, const char* name, REALstring value) {
-    return callHost(hSetPropString, obj, name, value);
+    return callHost<HostService::REALSetPropValueString>(obj, name, value);
 }
 RBBoolean REALGetPropValueBoolean(REALobject obj, const char* name, RBBoolean* out) {
-    return callHost(hGetPropBool, obj, name, out);
+    return callHost<HostService::REALGetPropValueBool>(obj, name, out);
 }
 RBBoolean REALGetPropValueColor(REALobject obj, const char* name, RBColor* out) {
-    return callHost(hGetPropColor, obj, name, out);
+    return callHost<HostService::REALGetPropValueColor>(obj, name, out);
 }
 RBBoolean REALGetPropValueInteger(REALobject obj, const char* name, RBInteger* out) {
-    return callHost(hGetPropInteger, obj, name, out);
+    return callHost<HostService::REALGetPropValueInteger>(obj, name, out);
 }
 RBBoolean REALSetPropValueInteger(REALobject obj, const char* name, RBInteger value) {
-    return callHost(hSetPropInteger, obj, name, value);
+    return callHost<HostService::REALSetPropValueInteger>(obj, name, value);
 }
 RBBoolean REALSetPropValueUInt32(REALobject obj, const char* name, uint32_t value) {
-    return callHost(hSetPropUInt32, obj, name, value);
+    return callHost<HostService::REALSetPropValueUInt32>(obj, name, value);
 }
 RBBoolean REALSetPropValueBoolean(REALobject obj, const char* name, RBBoolean value) {
-    return callHost(hSetPropBoolean, obj, name, value);
+    return callHost<HostService::REALSetPropValueBoolean>(obj, name, value);
 }
 REALarray REALCreateArray(int32_t elementType, RBInteger upperBound) {
-    return callHost(hCreateArray, elementType, upperBound);
+    return callHost<HostService::RuntimeArrayCreateSingleDimBoundedArray>(elementType, upperBound);
 }
 void REALInsertArrayValueString(REALarray array, RBInteger index, REALstring value) {
     // Two steps: the service hands out the array's own insert function, which does the work.
-    auto insert =
-        reinterpret_cast<REALStringArrayInsertFunction>(callHost(hStringArrayInsertProc, array));
+    auto insert = reinterpret_cast<REALStringArrayInsertFunction>(
+        callHost<HostService::PluginStringArrayInsertProc>(array));
     if (insert != nullptr) insert(array, index, value);
 }
 uint32_t REALGetStringEncoding(REALstring s) {
-    return callHost(hGetStringEncoding, s);
+    return callHost<HostService::REALGetStringEncoding>(s);
 }
 void REALSetStringEncoding(REALstring s, uint32_t encoding) {
-    callHost(hSetStringEncoding, s, encoding);
+    callHost<HostService::REALSetStringEncoding>(s, encoding);
 }
 REALstring REALConvertString(REALstring s, uint32_t encoding) {
-    return callHost(hConvertString, s, encoding);
+    return callHost<HostService::REALConvertString>(s, encoding);
 }
 REALobject REALnewInstance(const char* className) {
-    return callHost(hNewInstance, className);
+    return callHost<HostService::PluginNewInstance>(className);
 }
 void* REALMemoryBlockGetPtr(REALmemoryBlock mb) {
-    return callHost(hMemoryBlockGetPtr, mb);
+    return callHost<HostService::memoryBlockGetPtr>(mb);
 }
 RBInteger REALMemoryBlockGetSize(REALmemoryBlock mb) {
-    return callHost(hMemoryBlockGetSize, mb);
+    return callHost<HostService::memoryBlockGetSize>(mb);
 }
+
+KXT_WRAPS(REALGetStringData, PluginGetStringData);
+KXT_WRAPS(REALDisposeStringData, PluginDisposeStringData);
+KXT_WRAPS(REALCallFunctionWithExceptionHandler, PluginCallFunctionWithExceptionHandler);
+KXT_WRAPS(REALCompareStrings, RuntimeStringCompare);
+KXT_WRAPS(REALinRuntime, REALinRuntime);
+KXT_WRAPS(REALBuildString, REALBuildString);
+KXT_WRAPS(REALBuildStringWithEncoding, REALBuildStringWithEncoding);
+KXT_WRAPS(REALLockObject, REALLockObject);
+KXT_WRAPS(REALUnlockObject, REALUnlockObject);
+KXT_WRAPS(REALLockString, REALLockString);
+KXT_WRAPS(REALUnlockString, REALUnlockString);
+KXT_WRAPS(REALRaiseException, RuntimeRaiseException);
+KXT_WRAPS(REALGetArrayUBound, RuntimeUBound);
+KXT_WRAPS(REALYieldToRB, REALYieldToRB);
+KXT_WRAPS(REALRegisterModule, PluginRegisterModule);
+KXT_WRAPS(REALRegisterMethod, PluginRegisterMethod);
+KXT_WRAPS(REALRegisterClassExtension, PluginRegisterClassExtension);
+KXT_WRAPS(REALLoadObjectMethod, REALLoadObjectMethod);
+KXT_WRAPS(REALGetPropValueString, REALGetPropValueString);
+KXT_WRAPS(REALSetPropValueString, REALSetPropValueString);
+KXT_WRAPS(REALGetPropValueBoolean, REALGetPropValueBool);
+KXT_WRAPS(REALGetPropValueColor, REALGetPropValueColor);
+KXT_WRAPS(REALGetPropValueInteger, REALGetPropValueInteger);
+KXT_WRAPS(REALSetPropValueInteger, REALSetPropValueInteger);
+KXT_WRAPS(REALSetPropValueUInt32, REALSetPropValueUInt32);
+KXT_WRAPS(REALSetPropValueBoolean, REALSetPropValueBoolean);
+KXT_WRAPS(REALCreateArray, RuntimeArrayCreateSingleDimBoundedArray);
+KXT_WRAPS(REALGetStringEncoding, REALGetStringEncoding);
+KXT_WRAPS(REALSetStringEncoding, REALSetStringEncoding);
+KXT_WRAPS(REALConvertString, REALConvertString);
+KXT_WRAPS(REALnewInstance, PluginNewInstance);
+KXT_WRAPS(REALMemoryBlockGetPtr, memoryBlockGetPtr);
+KXT_WRAPS(REALMemoryBlockGetSize, memoryBlockGetSize);
 
 namespace {
 
@@ -224,9 +241,9 @@ uint32_t interfaceVersionFor(double hostVersion) {
 }  // namespace
 
 void BindHost(REALResolver resolver) {
-    gResolver = resolver;
+    gResolver.store(resolver, std::memory_order_relaxed);
     if (resolver != nullptr) {
-        if (auto getVersion = reinterpret_cast<double (*)()>(resolver("REALGetRBVersion"))) {
+        if (auto getVersion = hostFunction<HostService::REALGetRBVersion>()) {
             gHostVersion = getVersion();
         }
     }
@@ -237,7 +254,8 @@ extern "C" __attribute__((visibility("default"))) void REALPluginMain(REALResolv
     BindHost(resolver);
     if (resolver == nullptr) return;
     // Every host that loads plugins offers this; it is deliberately not checked.
-    auto announce = reinterpret_cast<void (*)(uint32_t)>(resolver("RegisterPluginVersion"));
+    auto announce = reinterpret_cast<HostServiceFunction<HostService::RegisterPluginVersion>>(
+        resolver(kxt::abi::HostServiceInfo<HostService::RegisterPluginVersion>::name));
     announce(gPluginInterfaceVersion);
     PluginEntry();
 }
