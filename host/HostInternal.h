@@ -157,11 +157,11 @@ class HandleSet {
         while (slots_[i] != nullptr && slots_[i] != p) i = (i + 1) & mask;
         return i;
     }
+    // The bigger table is had before anything changes: when it cannot be, the set is intact.
     void grow() {
-        std::vector<T> old;
+        const size_t capacity = slots_.empty() ? 64 : 2 * slots_.size();
+        std::vector<T> old(capacity, nullptr);
         old.swap(slots_);
-        const size_t capacity = old.empty() ? 64 : 2 * old.size();
-        slots_.assign(capacity, nullptr);
         shift_ = 64 - std::countr_zero(capacity);
         for (T p : old) {
             if (p != nullptr) slots_[find(p)] = p;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "Encodings.h"
 #include "HostInternal.h"
@@ -56,7 +57,12 @@ const std::vector<ClassDef>& classes() {
 
 Object* registerObject(Host::State& st, Object* o) {
     o->serial = st.nextSerial++;
-    st.objects.insert(o);
+    try {
+        st.objects.insert(o);
+    } catch (...) {
+        delete o;  // a failed service leaves nothing behind
+        throw;
+    }
     return o;
 }
 
@@ -522,11 +528,11 @@ REALarray createArray(int32_t elementType, RBInteger upperBound) {
                         std::to_string(upperBound));
         return nullptr;
     }
-    auto* a = new Object;
+    auto a = std::make_unique<Object>();
     a->className = "String()";
     a->kind = ObjectKind::Array;
     a->elements.assign(static_cast<size_t>(upperBound + 1), nullptr);
-    return reinterpret_cast<REALarray>(registerObject(*st, a));
+    return reinterpret_cast<REALarray>(registerObject(*st, a.release()));
 }
 
 void insertArrayString(REALarray array, RBInteger index, REALstring value) {
@@ -538,8 +544,8 @@ void insertArrayString(REALarray array, RBInteger index, REALstring value) {
         return;
     }
     if (value != nullptr && liveString(*st, value) == nullptr) return;
+    a->elements.insert(a->elements.begin() + index, value);  // may fail: lock only after it
     if (value != nullptr) lockString(*st, value);
-    a->elements.insert(a->elements.begin() + index, value);
 }
 
 void* stringArrayInsertProc(REALarray array) {

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <unordered_map>
 #include <vector>
 
@@ -109,7 +110,12 @@ REALstring newString(Host::State& st, const char* data, size_t length, uint32_t 
     h->serial = st.nextSerial++;
     if (length > 0) std::memcpy(dataOf(block), data, length);
     dataOf(block)[length] = '\0';
-    st.strings.insert(block);
+    try {
+        st.strings.insert(block);
+    } catch (...) {
+        freeBlock(block);  // a failed service leaves nothing behind
+        throw;
+    }
     return static_cast<REALstring>(block);
 }
 
@@ -201,9 +207,10 @@ RBBoolean getStringData(REALstring s, uint32_t encoding, REALstringData* out) {
     if (h == nullptr) return false;
     auto converted = encodings::convert(stringBytes(s), h->encoding, encoding);
     if (!converted) return false;
-    auto* record = new StringDataRecord;
-    record->bytes = std::move(*converted);
-    st->stringData.insert(record);
+    auto owned = std::make_unique<StringDataRecord>();
+    owned->bytes = std::move(*converted);
+    st->stringData.insert(owned.get());
+    StringDataRecord* record = owned.release();
     out->data = record->bytes.c_str();
     out->length = record->bytes.size();
     out->encoding = encoding;

@@ -3,7 +3,11 @@
 #include "rbstring.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <cstdio>
+#include <cstring>
 #include <random>
 #include <string>
 
@@ -331,6 +335,35 @@ TEST_F(UTF8Methods, GetStringsFromDataForEveryOverload) {
         both);
     EXPECT_EQ(call("GetStringsFromDataKXT", {Value::pointer(copy.data()), I(5)}).strings(),
               std::vector<std::string>{"hello"});
+}
+
+// Under an address-space limit the host runs out of memory while the strings pile up: the call
+// still returns (with what fitted, or nil) instead of ending the application.
+TEST_F(UTF8Methods, GetStringsFromDataSurvivesRunningOutOfMemory) {
+#ifdef KXT_SANITIZED
+    GTEST_SKIP() << "AddressSanitizer needs more address space than the limit leaves";
+#endif
+    std::mt19937_64 rng(60);
+    std::string bytes(4 << 20, '\0');
+    for (size_t i = 0; i + 8 <= bytes.size(); i += 8) {
+        uint64_t r = rng();
+        std::memcpy(&bytes[i], &r, 8);
+    }
+    Value data = Raw(bytes);
+    auto callUnderALimit = [&] {
+        long pages = 0;
+        if (FILE* f = fopen("/proc/self/statm", "r")) {
+            if (fscanf(f, "%ld", &pages) != 1) pages = 0;
+            fclose(f);
+        }
+        const rlim_t limit = rlim_t(pages) * rlim_t(sysconf(_SC_PAGESIZE)) + (24u << 20);
+        const rlimit r = {limit, limit};
+        setrlimit(RLIMIT_AS, &r);
+        host().call("GetStringsFromDataKXT", {data});
+        fprintf(stderr, "services failed: %llu\n", (unsigned long long)host().serviceFailures());
+        _exit(0);
+    };
+    EXPECT_EXIT(callUnderALimit(), ::testing::ExitedWithCode(0), "services failed: [1-9]");
 }
 
 TEST_F(UTF8Methods, GetStringsFromDataWithNothingFound) {
