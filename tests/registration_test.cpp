@@ -12,6 +12,7 @@
 #include "MainString.h"
 #include "MyMemory.h"
 #include "REALplugin.h"
+#include "XojoDeclaration.h"
 #include "rbclassutil.h"
 
 using namespace kxt_test;
@@ -42,6 +43,63 @@ TEST(ExtensionDeclarations, GainAnExtendsParameterAndAnAssignsValue) {
     for (const auto& c : cases) {
         EXPECT_EQ(owned(AddClassParameter(c.declaration, "C")), c.withClass);
         EXPECT_EQ(owned(AddClassParameterAssign(c.declaration, "C")), c.withAssign);
+    }
+}
+
+// KXT_METHOD does not compile a handler whose C types disagree with its declaration. The check
+// itself, on deliberately wrong signatures (a null pointer of the type is all it reads):
+template <typename Fn>
+constexpr bool Handles(const char* declaration) {
+    return kxt::abi::HandlerMatches(Fn(nullptr), declaration);
+}
+constexpr const char kCount[] = "F(s as String, n as Integer = 0) as integer";
+static_assert(Handles<RBInteger (*)(REALstring, RBInteger)>(kCount));
+static_assert(!Handles<RBInteger (*)(REALstring, int32_t)>(kCount));  // Integer is 64-bit
+static_assert(!Handles<int32_t (*)(REALstring, RBInteger)>(kCount));
+static_assert(!Handles<RBInteger (*)(REALstring)>(kCount));  // a default still takes a slot
+static_assert(!Handles<RBInteger (*)(REALobject, RBInteger)>(kCount));
+static_assert(Handles<RBBoolean (*)(double, void*, REALmemoryBlock)>(
+    "G(d as double, p as Ptr, m as MemoryBlock) as Boolean"));
+static_assert(!Handles<bool (*)(double, void*, REALmemoryBlock)>(  // RBBoolean is one byte
+    "G(d as double, p as Ptr, m as MemoryBlock) as Boolean"));
+static_assert(Handles<REALarray (*)(REALobject)>("H(t as StyledText) as String()"));
+static_assert(!Handles<REALstring (*)(REALobject)>("H(t as StyledText) as String()"));
+static_assert(Handles<void (*)()>("Nothing()") && !Handles<void (*)()>("Broken"));
+constexpr const char kProperty[] = "P(flag as boolean = false) as string";
+static_assert(kxt::abi::GetterMatches((REALstring(*)(REALobject, RBBoolean)) nullptr, kProperty));
+static_assert(!kxt::abi::GetterMatches((REALstring(*)(RBBoolean)) nullptr, kProperty));
+static_assert(kxt::abi::SetterMatches((void (*)(REALobject, RBBoolean, REALstring)) nullptr,
+                                      kProperty));
+static_assert(!kxt::abi::SetterMatches((void (*)(REALobject, REALstring, RBBoolean)) nullptr,
+                                       kProperty));
+
+// The compile-time reading agrees with the host's parser on every registered declaration.
+TEST(HandlerDeclarations, TheCompileTimeReadingAgreesWithTheHostsParser) {
+    using kxt::abi::XojoType;
+    auto typeOf = [](const std::string& t) {
+        static const std::pair<const char*, XojoType> known[] = {
+            {"", XojoType::None},
+            {"String", XojoType::String},
+            {"Integer", XojoType::Integer},
+            {"Boolean", XojoType::Boolean},
+            {"Double", XojoType::Double},
+            {"Ptr", XojoType::Ptr},
+            {"MemoryBlock", XojoType::MemoryBlock},
+            {"String()", XojoType::StringArray}};
+        for (const auto& [name, type] : known) {
+            if (t == name) return type;
+        }
+        return XojoType::Object;
+    };
+    for (const REALmethodDefinition& m : StringMethodTable()) {
+        const xhost::Declaration host = xhost::parseDeclaration(m.declaration);
+        const kxt::abi::DeclaredTypes read = kxt::abi::ReadDeclaration(m.declaration);
+        ASSERT_TRUE(read.valid) << m.declaration;
+        ASSERT_EQ(read.count, host.params.size()) << m.declaration;
+        for (size_t i = 0; i < read.count; ++i) {
+            EXPECT_EQ(read.parameters[i], typeOf(host.params[i].type)) << m.declaration;
+        }
+        EXPECT_EQ(read.result, typeOf(host.resultType)) << m.declaration;
     }
 }
 

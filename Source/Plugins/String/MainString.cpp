@@ -18,6 +18,7 @@
 #include "RemoveAccents.h"
 #include "ReplaceLineEndings.h"
 #include "URLencoding.h"
+#include "XojoDeclaration.h"
 #include "hexstring.h"
 #include "htmlencoding.h"
 #include "htmltags.h"
@@ -35,8 +36,13 @@ namespace {
 
 constexpr uint32_t kGlobal = 4;
 
-#define KXT_METHOD(handler, declaration) \
-    { reinterpret_cast<REALproc>(handler), nullptr, declaration, kGlobal, 0, nullptr }
+// The handler's C types are checked against its declaration while compiling.
+#define KXT_METHOD(handler, declaration)                                          \
+    {                                                                             \
+        (kxt::abi::RequireMatch(kxt::abi::HandlerMatches(&handler, declaration)), \
+         reinterpret_cast<REALproc>(handler)),                                    \
+            nullptr, declaration, kGlobal, 0, nullptr                             \
+    }
 
 REALmethodDefinition gStringMethods[] = {
     KXT_METHOD(ReplaceLineEndingsKXT,
@@ -172,9 +178,14 @@ REALmethodDefinition gStringMethods[] = {
                "RemoveAccentsKXT(text as string, IgnoreCase as boolean = false) as string"),  // 71
 };
 
+constexpr const char kRTFDataDeclaration[] =
+    "RTFDataKXT(SkipParagraphs as boolean = false) as string";
+static_assert(kxt::abi::GetterMatches(&RTFRead, kRTFDataDeclaration));
+static_assert(kxt::abi::SetterMatches(&RTFWrite, kRTFDataDeclaration));
+
 REALmethodDefinition gStyledTextMethods[] = {
-    {reinterpret_cast<REALproc>(RTFRead), reinterpret_cast<REALproc>(RTFWrite),
-     "RTFDataKXT(SkipParagraphs as boolean = false) as string", 0x308, 0, nullptr},
+    {reinterpret_cast<REALproc>(RTFRead), reinterpret_cast<REALproc>(RTFWrite), kRTFDataDeclaration,
+     0x308, 0, nullptr},
 };
 
 REALclassDefinition gStyledTextExtension = [] {
