@@ -9,14 +9,6 @@
 
 namespace {
 
-constexpr uint32_t kFlagGlobal = 0x4;
-constexpr uint32_t kFlagInModule = 0x10;
-constexpr uint32_t kScopeBits = 0xF0;
-constexpr uint32_t kFlagProtected = 0x40;
-constexpr uint32_t kNewStyleMask = 0x708;
-constexpr uint32_t kNewStyle = 0x308;
-constexpr uint32_t kPluginMarker = 0x40000;
-
 REALattribute gHiddenAttribute[] = {{"Hidden", ""}};
 
 // Registration messages are diagnostics like every other; they need Debugging on.
@@ -29,7 +21,7 @@ void logRegistration(const char* text) {
 REALproperty gDebuggingProperty = {nullptr,
                                    "Debugging",
                                    "Boolean",
-                                   0x26,
+                                   kREALFlagsDebuggingProperty,
                                    reinterpret_cast<REALproc>(getDebugging),
                                    reinterpret_cast<REALproc>(setDebugging),
                                    0,
@@ -40,12 +32,12 @@ REALproperty gDebuggingProperty = {nullptr,
                                    gHiddenAttribute};
 
 uint32_t FixFlags(uint32_t flags) {
-    if (gHostVersion < 2020.02 && (flags & kNewStyleMask) == kNewStyle) {
-        flags = (flags & ~kNewStyle) | kFlagGlobal;
+    if (gHostVersion < 2020.02 && (flags & kREALFlagNewStyleMask) == kREALFlagNewStyle) {
+        flags = (flags & ~kREALFlagNewStyle) | kREALFlagGlobal;
     }
-    if (flags & kPluginMarker) {
-        flags &= ~kPluginMarker;
-        if (gHostVersion >= 2010.029) flags |= kFlagGlobal;
+    if (flags & kREALFlagPluginMarker) {
+        flags &= ~kREALFlagPluginMarker;
+        if (gHostVersion >= 2010.029) flags |= kREALFlagGlobal;
     }
     return flags;
 }
@@ -88,7 +80,7 @@ void markUnscoped(Record* records, int64_t count, uint32_t Record::*flags, const
         return;
     }
     for (int64_t i = 0; i < count; ++i) {
-        if ((records[i].*flags & kScopeBits) == 0) records[i].*flags |= kFlagProtected;
+        if ((records[i].*flags & kREALFlagScopeMask) == 0) records[i].*flags |= kREALFlagProtected;
     }
 }
 
@@ -124,7 +116,7 @@ void MyREALRegisterMethod(REALmethodDefinition* method) {
 void MyREALRegisterModule(REALmoduleDefinition* module) {
     MarkProtected(module);
     FixFlags(module);
-    if (module->flags == 0) module->flags = kFlagGlobal;
+    if (module->flags == 0) module->flags = kREALFlagGlobal;
     module->version = gPluginInterfaceVersion;
     REALRegisterModule(module);
 }
@@ -161,7 +153,7 @@ void finishModule(REALmoduleDefinition* module, REALmethodDefinition* methods, s
     module->methodCount = count;
     module->properties = &gDebuggingProperty;
     module->propertyCount = 1;
-    module->flags = kFlagGlobal;
+    module->flags = kREALFlagGlobal;
     MyREALRegisterModule(module);
 }
 
@@ -187,7 +179,7 @@ void MyREALRegisterMethodArray(REALmethodDefinition* methods, int64_t count) {
         copies[i].function = methods[i].function;
         copies[i].setterFunction = methods[i].setterFunction;
         copies[i].declaration = methods[i].declaration;
-        copies[i].mFlags = methods[i].mFlags | kFlagInModule;
+        copies[i].mFlags = methods[i].mFlags | kREALFlagInModule;
         copies[i].attributeCount = methods[i].attributeCount;
         copies[i].attributes = methods[i].attributes;
     }
@@ -228,7 +220,7 @@ void BuildXojoModule(REALclassDefinition* cls) {
         REALmethodDefinition& r = records[n++];
         r.function = function;
         r.declaration = declaration;
-        r.mFlags = m.mFlags | kFlagInModule;
+        r.mFlags = m.mFlags | kREALFlagInModule;
         r.attributeCount = m.attributeCount;
         r.attributes = m.attributes;
         return declaration != nullptr;

@@ -34,14 +34,13 @@
 
 namespace {
 
-constexpr uint32_t kGlobal = 4;
-
 // The handler's C types are checked against its declaration while compiling.
-#define KXT_METHOD(handler, declaration)                                          \
-    {                                                                             \
-        (kxt::abi::RequireMatch(kxt::abi::HandlerMatches(&handler, declaration)), \
-         reinterpret_cast<REALproc>(handler)),                                    \
-            nullptr, declaration, kGlobal, 0, nullptr                             \
+#define KXT_METHOD(handler, declaration)                                               \
+    {                                                                                  \
+        (static_cast<void>(                                                            \
+             kxt::abi::RequireMatch(kxt::abi::HandlerMatches(&handler, declaration))), \
+         reinterpret_cast<REALproc>(handler)),                                         \
+            nullptr, declaration, kREALFlagGlobal, 0, nullptr                          \
     }
 
 REALmethodDefinition gStringMethods[] = {
@@ -185,16 +184,16 @@ static_assert(kxt::abi::SetterMatches(&RTFWrite, kRTFDataDeclaration));
 
 REALmethodDefinition gStyledTextMethods[] = {
     {reinterpret_cast<REALproc>(RTFRead), reinterpret_cast<REALproc>(RTFWrite), kRTFDataDeclaration,
-     0x308, 0, nullptr},
+     kREALFlagNewStyle, 0, nullptr},
 };
 
 REALclassDefinition gStyledTextExtension = [] {
     REALclassDefinition c{};
-    c.version = 15;
+    c.version = kREALRecordVersion;
     c.name = "StyledText";
     c.methods = gStyledTextMethods;
     c.methodCount = 1;
-    c.mFlags = 0x308;
+    c.mFlags = kREALFlagNewStyle;
     return c;
 }();
 

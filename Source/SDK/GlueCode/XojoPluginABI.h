@@ -36,6 +36,53 @@ enum : uint32_t {
     kREALTextEncodingUTF16LE = 0x14000100,
     kREALTextEncodingUTF32BE = 0x18000100,
     kREALTextEncodingUTF32LE = 0x1C000100,
+    // Code pages an RTF document may name (\ansicpgN): Mac, DOS and Windows families.
+    kREALTextEncodingMacJapanese = 1,
+    kREALTextEncodingMacArabic = 4,
+    kREALTextEncodingMacHebrew = 5,
+    kREALTextEncodingMacGreek = 6,
+    kREALTextEncodingMacCyrillic = 7,
+    kREALTextEncodingMacCentralEurRoman = 29,
+    kREALTextEncodingMacTurkish = 35,
+    kREALTextEncodingDOSLatinUS = 0x400,
+    kREALTextEncodingDOSLatin1 = 0x410,
+    kREALTextEncodingDOSLatin2 = 0x412,
+    kREALTextEncodingDOSPortuguese = 0x415,
+    kREALTextEncodingDOSHebrew = 0x417,
+    kREALTextEncodingDOSCanadianFrench = 0x418,
+    kREALTextEncodingDOSArabic = 0x419,
+    kREALTextEncodingDOSNordic = 0x41A,
+    kREALTextEncodingDOSRussian = 0x41B,
+    kREALTextEncodingDOSThai = 0x41D,
+    kREALTextEncodingDOSJapanese = 0x420,
+    kREALTextEncodingDOSChineseSimplified = 0x421,
+    kREALTextEncodingDOSKorean = 0x422,
+    kREALTextEncodingDOSChineseTraditional = 0x423,
+    kREALTextEncodingWindowsLatin2 = 0x501,
+    kREALTextEncodingWindowsCyrillic = 0x502,
+    kREALTextEncodingWindowsGreek = 0x503,
+    kREALTextEncodingWindowsLatin5 = 0x504,
+    kREALTextEncodingWindowsHebrew = 0x505,
+    kREALTextEncodingWindowsArabic = 0x506,
+    kREALTextEncodingWindowsBalticRim = 0x507,
+    kREALTextEncodingWindowsVietnamese = 0x508,
+    kREALTextEncodingWindowsKoreanJohab = 0x510,
+};
+
+// The version of the registration records (class definitions carry it; module definitions
+// carry the interface version announced at start).
+constexpr uint32_t kREALRecordVersion = 15;
+
+// Flag words of method, property, class and module records.
+enum : uint32_t {
+    kREALFlagGlobal = 0x4,               // a global method or module
+    kREALFlagInModule = 0x10,            // a method of a generated module
+    kREALFlagProtected = 0x40,           // the scope given to records that name none
+    kREALFlagScopeMask = 0xF0,           // the scope bits
+    kREALFlagNewStyle = 0x308,           // the newer form, understood from 2020.02 on ...
+    kREALFlagNewStyleMask = 0x708,       // ... recognised under this mask
+    kREALFlagPluginMarker = 0x40000,     // replaced by kREALFlagGlobal on hosts that know it
+    kREALFlagsDebuggingProperty = 0x26,  // the hidden Debugging property of a module
 };
 
 // Inline bytes of a host string start this many bytes after the handle.
