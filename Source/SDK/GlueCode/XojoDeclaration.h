@@ -138,18 +138,21 @@ constexpr DeclaredTypes ReadDeclaration(std::string_view declaration) {
 
 namespace detail {
 
-template <typename R, typename... A>
+// The C parameters are: `first` leading ones (the instance), the declared ones, then `extra`
+// when it is not None (an assigned value).
+template <typename... A>
 constexpr bool Matches(const DeclaredTypes& d, size_t first, XojoType extra = XojoType::None) {
+    constexpr size_t n = sizeof...(A);
     constexpr XojoType types[] = {kXojoTypeOf<A>..., XojoType::None};
     size_t expected = first + d.count + (extra != XojoType::None ? 1 : 0);
-    if (!d.valid || sizeof...(A) != expected) return false;
+    if (!d.valid || n != expected) return false;
     for (size_t i = 0; i < d.count; ++i) {
         if (d.parameters[i] == XojoType::Unknown || types[first + i] != d.parameters[i]) {
             return false;
         }
     }
     if (first == 1 && types[0] != XojoType::Object) return false;
-    if (extra != XojoType::None && types[sizeof...(A) - 1] != extra) return false;
+    if (extra != XojoType::None && types[n > 0 ? n - 1 : 0] != extra) return false;
     return true;
 }
 
@@ -159,21 +162,21 @@ constexpr bool Matches(const DeclaredTypes& d, size_t first, XojoType extra = Xo
 template <typename R, typename... A>
 constexpr bool HandlerMatches(R (*)(A...), std::string_view declaration) {
     DeclaredTypes d = ReadDeclaration(declaration);
-    return detail::Matches<R, A...>(d, 0) && kXojoTypeOf<R> == d.result;
+    return detail::Matches<A...>(d, 0) && kXojoTypeOf<R> == d.result;
 }
 
 // A class-extension getter: the instance, then the parameters; the declared result.
 template <typename R, typename... A>
 constexpr bool GetterMatches(R (*)(A...), std::string_view declaration) {
     DeclaredTypes d = ReadDeclaration(declaration);
-    return detail::Matches<R, A...>(d, 1) && kXojoTypeOf<R> == d.result;
+    return detail::Matches<A...>(d, 1) && kXojoTypeOf<R> == d.result;
 }
 
 // A class-extension setter: the instance, the parameters, then the assigned value; no result.
 template <typename R, typename... A>
 constexpr bool SetterMatches(R (*)(A...), std::string_view declaration) {
     DeclaredTypes d = ReadDeclaration(declaration);
-    return d.result != XojoType::None && detail::Matches<R, A...>(d, 1, d.result) &&
+    return d.result != XojoType::None && detail::Matches<A...>(d, 1, d.result) &&
            kXojoTypeOf<R> == XojoType::None;
 }
 
