@@ -43,17 +43,6 @@ auto callHost(Args... args) {
     if constexpr (!std::is_void_v<R>) return R{};
 }
 
-// A wrapper that only forwards has exactly its service's signature (the others are checked by
-// the arguments they pass).
-template <typename Wrapper, HostService S>
-constexpr bool kSameSignature = false;
-template <typename R, typename... A, HostService S>
-constexpr bool kSameSignature<R (*)(A...), S> =
-    std::is_same_v<R (*)(A...) noexcept, HostServiceFunction<S>>;
-#define KXT_WRAPS(wrapper, service)                                         \
-    static_assert(kSameSignature<decltype(&wrapper), HostService::service>, \
-                  #wrapper " must have the signature of the host service " #service)
-
 // The framework's LenB, loaded once it is available.
 std::atomic<kxt::abi::StringLengthMethod> gLenB{nullptr};
 
@@ -193,40 +182,6 @@ void* REALMemoryBlockGetPtr(REALmemoryBlock mb) {
 RBInteger REALMemoryBlockGetSize(REALmemoryBlock mb) {
     return callHost<HostService::memoryBlockGetSize>(mb);
 }
-
-KXT_WRAPS(REALGetStringData, PluginGetStringData);
-KXT_WRAPS(REALDisposeStringData, PluginDisposeStringData);
-KXT_WRAPS(REALCallFunctionWithExceptionHandler, PluginCallFunctionWithExceptionHandler);
-KXT_WRAPS(REALCompareStrings, RuntimeStringCompare);
-KXT_WRAPS(REALinRuntime, REALinRuntime);
-KXT_WRAPS(REALBuildString, REALBuildString);
-KXT_WRAPS(REALBuildStringWithEncoding, REALBuildStringWithEncoding);
-KXT_WRAPS(REALLockObject, REALLockObject);
-KXT_WRAPS(REALUnlockObject, REALUnlockObject);
-KXT_WRAPS(REALLockString, REALLockString);
-KXT_WRAPS(REALUnlockString, REALUnlockString);
-KXT_WRAPS(REALRaiseException, RuntimeRaiseException);
-KXT_WRAPS(REALGetArrayUBound, RuntimeUBound);
-KXT_WRAPS(REALYieldToRB, REALYieldToRB);
-KXT_WRAPS(REALRegisterModule, PluginRegisterModule);
-KXT_WRAPS(REALRegisterMethod, PluginRegisterMethod);
-KXT_WRAPS(REALRegisterClassExtension, PluginRegisterClassExtension);
-KXT_WRAPS(REALLoadObjectMethod, REALLoadObjectMethod);
-KXT_WRAPS(REALGetPropValueString, REALGetPropValueString);
-KXT_WRAPS(REALSetPropValueString, REALSetPropValueString);
-KXT_WRAPS(REALGetPropValueBoolean, REALGetPropValueBool);
-KXT_WRAPS(REALGetPropValueColor, REALGetPropValueColor);
-KXT_WRAPS(REALGetPropValueInteger, REALGetPropValueInteger);
-KXT_WRAPS(REALSetPropValueInteger, REALSetPropValueInteger);
-KXT_WRAPS(REALSetPropValueUInt32, REALSetPropValueUInt32);
-KXT_WRAPS(REALSetPropValueBoolean, REALSetPropValueBoolean);
-KXT_WRAPS(REALCreateArray, RuntimeArrayCreateSingleDimBoundedArray);
-KXT_WRAPS(REALGetStringEncoding, REALGetStringEncoding);
-KXT_WRAPS(REALSetStringEncoding, REALSetStringEncoding);
-KXT_WRAPS(REALConvertString, REALConvertString);
-KXT_WRAPS(REALnewInstance, PluginNewInstance);
-KXT_WRAPS(REALMemoryBlockGetPtr, memoryBlockGetPtr);
-KXT_WRAPS(REALMemoryBlockGetSize, memoryBlockGetSize);
 
 namespace {
 

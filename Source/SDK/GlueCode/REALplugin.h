@@ -3,51 +3,57 @@
 // returns 0, false or nil, and is looked up again on the next call.
 #pragma once
 
+#include "XojoHostServices.h"
 #include "XojoPluginABI.h"
+
+// A wrapper that only forwards to a host service has exactly the service's signature.
+#define KXT_WRAPPER(wrapper, service) \
+    kxt::abi::HostServiceSignature<kxt::abi::HostService::service> wrapper
 
 // Process-wide start-up state, written by REALPluginMain.
 extern double gHostVersion;
 extern uint32_t gPluginInterfaceVersion;
 extern const char* gPartName;
 
-RBBoolean REALGetStringData(REALstring s, uint32_t encoding, REALstringData* out);
-void REALDisposeStringData(REALstringData* data);
-REALobject REALCallFunctionWithExceptionHandler(void (*f)(void*), void* arg);
+KXT_WRAPPER(REALGetStringData, PluginGetStringData);
+KXT_WRAPPER(REALDisposeStringData, PluginDisposeStringData);
+KXT_WRAPPER(REALCallFunctionWithExceptionHandler, PluginCallFunctionWithExceptionHandler);
 // Negative, zero or positive, of any magnitude: compare the whole value with 0.
-RBInteger REALCompareStrings(REALstring a, REALstring b);
-RBBoolean REALinRuntime();
-REALstring REALBuildString(const char* data, int32_t length);
-REALstring REALBuildStringWithEncoding(const char* data, int32_t length, uint32_t encoding);
-void REALLockObject(REALobject obj);
-void REALUnlockObject(REALobject obj);
-void REALLockString(REALstring s);
-void REALUnlockString(REALstring s);
-void REALRaiseException(REALobject exception);
-RBInteger REALGetArrayUBound(REALarray array);
-void REALYieldToRB();
-void REALRegisterModule(REALmoduleDefinition* module);
-void REALRegisterMethod(REALmethodDefinition* method);
-void REALRegisterClassExtension(REALclassDefinition* cls);
+KXT_WRAPPER(REALCompareStrings, RuntimeStringCompare);
+KXT_WRAPPER(REALinRuntime, REALinRuntime);
+KXT_WRAPPER(REALBuildString, REALBuildString);
+KXT_WRAPPER(REALBuildStringWithEncoding, REALBuildStringWithEncoding);
+KXT_WRAPPER(REALLockObject, REALLockObject);
+KXT_WRAPPER(REALUnlockObject, REALUnlockObject);
+KXT_WRAPPER(REALLockString, REALLockString);
+KXT_WRAPPER(REALUnlockString, REALUnlockString);
+KXT_WRAPPER(REALRaiseException, RuntimeRaiseException);
+KXT_WRAPPER(REALGetArrayUBound, RuntimeUBound);
+KXT_WRAPPER(REALYieldToRB, REALYieldToRB);
+KXT_WRAPPER(REALRegisterModule, PluginRegisterModule);
+KXT_WRAPPER(REALRegisterMethod, PluginRegisterMethod);
+KXT_WRAPPER(REALRegisterClassExtension, PluginRegisterClassExtension);
 void* REALLoadFrameworkMethod(const char* declaration);
-void* REALLoadObjectMethod(REALobject obj, const char* declaration);
+KXT_WRAPPER(REALLoadObjectMethod, REALLoadObjectMethod);
 // The string's bytes (zero-terminated); stores the byte length when lengthOut is given.
 const char* REALGetStringContents(REALstring s, size_t* lengthOut);
-RBBoolean REALGetPropValueString(REALobject obj, const char* name, REALstring* out);
-RBBoolean REALSetPropValueString(REALobject obj, const char* name, REALstring value);
-RBBoolean REALGetPropValueBoolean(REALobject obj, const char* name, RBBoolean* out);
-RBBoolean REALGetPropValueColor(REALobject obj, const char* name, RBColor* out);
-RBBoolean REALGetPropValueInteger(REALobject obj, const char* name, RBInteger* out);
-RBBoolean REALSetPropValueInteger(REALobject obj, const char* name, RBInteger value);
-RBBoolean REALSetPropValueUInt32(REALobject obj, const char* name, uint32_t value);
-RBBoolean REALSetPropValueBoolean(REALobject obj, const char* name, RBBoolean value);
-REALarray REALCreateArray(int32_t elementType, RBInteger upperBound);
+KXT_WRAPPER(REALGetPropValueString, REALGetPropValueString);
+KXT_WRAPPER(REALSetPropValueString, REALSetPropValueString);
+KXT_WRAPPER(REALGetPropValueBoolean, REALGetPropValueBool);
+KXT_WRAPPER(REALGetPropValueColor, REALGetPropValueColor);
+KXT_WRAPPER(REALGetPropValueInteger, REALGetPropValueInteger);
+KXT_WRAPPER(REALSetPropValueInteger, REALSetPropValueInteger);
+KXT_WRAPPER(REALSetPropValueUInt32, REALSetPropValueUInt32);
+KXT_WRAPPER(REALSetPropValueBoolean, REALSetPropValueBoolean);
+KXT_WRAPPER(REALCreateArray, RuntimeArrayCreateSingleDimBoundedArray);
 void REALInsertArrayValueString(REALarray array, RBInteger index, REALstring value);
-uint32_t REALGetStringEncoding(REALstring s);
-void REALSetStringEncoding(REALstring s, uint32_t encoding);
-REALstring REALConvertString(REALstring s, uint32_t encoding);
-REALobject REALnewInstance(const char* className);
-void* REALMemoryBlockGetPtr(REALmemoryBlock mb);
-RBInteger REALMemoryBlockGetSize(REALmemoryBlock mb);
+KXT_WRAPPER(REALGetStringEncoding, REALGetStringEncoding);
+KXT_WRAPPER(REALSetStringEncoding, REALSetStringEncoding);
+KXT_WRAPPER(REALConvertString, REALConvertString);
+KXT_WRAPPER(REALnewInstance, PluginNewInstance);
+KXT_WRAPPER(REALMemoryBlockGetPtr, memoryBlockGetPtr);
+KXT_WRAPPER(REALMemoryBlockGetSize, memoryBlockGetSize);
+#undef KXT_WRAPPER
 
 // Entry points (exported).
 extern "C" {

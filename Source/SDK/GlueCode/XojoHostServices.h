@@ -74,6 +74,7 @@ struct HostServiceInfo;
     template <>                                     \
     struct HostServiceInfo<HostService::name_> {    \
         static constexpr const char* name = #name_; \
+        using Signature = R P;                      \
         using Function = R(*) P noexcept;           \
     };
 KXT_HOST_SERVICES(KXT_SERVICE_INFO)
@@ -81,6 +82,9 @@ KXT_HOST_SERVICES(KXT_SERVICE_INFO)
 
 template <HostService S>
 using HostServiceFunction = typename HostServiceInfo<S>::Function;
+// The function type, for declaring a function of exactly a service's signature.
+template <HostService S>
+using HostServiceSignature = typename HostServiceInfo<S>::Signature;
 
 // Every name, by service index.
 constexpr const char* kHostServiceNames[] = {
