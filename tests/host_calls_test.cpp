@@ -296,8 +296,7 @@ TEST_F(HostCalls, AnAllocationFailingInsideAServiceGivesItsNeutralResult) {
 #ifdef KXT_SANITIZED
     GTEST_SKIP() << "AddressSanitizer ends the process on an allocation this size";
 #endif
-    auto create =
-        service<REALarray (*)(int32_t, RBInteger)>("RuntimeArrayCreateSingleDimBoundedArray");
+    auto create = service<HostService::RuntimeArrayCreateSingleDimBoundedArray>();
     // More elements than the address space can hold: the array's own allocation fails.
     EXPECT_EQ(create(kREALArrayTypeString, RBInteger(1) << 45), nullptr);
     EXPECT_EQ(host().serviceFailures(), 1u);

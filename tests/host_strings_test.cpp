@@ -15,9 +15,6 @@ namespace enc = xhost::encodings;
 
 namespace {
 
-using BuildFn = REALstring (*)(const char*, int32_t, uint32_t);
-using BuildRawFn = REALstring (*)(const char*, int32_t);
-using StringFn = void (*)(REALstring);
 
 constexpr uint32_t kUTF8 = kREALTextEncodingUTF8;
 constexpr uint32_t kNone = kREALTextEncodingUnknown;
@@ -25,10 +22,10 @@ constexpr uint32_t kNone = kREALTextEncodingUnknown;
 class HostStrings : public FixtureHostTest {
   protected:
     REALstring build(std::string_view bytes, uint32_t encoding) {
-        return service<BuildFn>("REALBuildStringWithEncoding")(
+        return service<HostService::REALBuildStringWithEncoding>()(
             bytes.data(), static_cast<int32_t>(bytes.size()), encoding);
     }
-    void unlock(REALstring s) { service<StringFn>("REALUnlockString")(s); }
+    void unlock(REALstring s) { service<HostService::REALUnlockString>()(s); }
 };
 
 TEST_F(HostStrings, BytesSitAtTheFixedOffsetFollowedByAZeroByte) {
@@ -38,16 +35,16 @@ TEST_F(HostStrings, BytesSitAtTheFixedOffsetFollowedByAZeroByte) {
         const char* inline_ = reinterpret_cast<const char*>(s) + kREALStringDataOffset;
         EXPECT_EQ(std::string_view(inline_, text.size()), text);
         EXPECT_EQ(inline_[text.size()], '\0');
-        EXPECT_EQ(service<const char* (*)(REALstring)>("StringGetCString")(s), inline_);
-        EXPECT_EQ(service<uint32_t (*)(REALstring)>("REALGetStringEncoding")(s), kUTF8);
+        EXPECT_EQ(service<HostService::StringGetCString>()(s), inline_);
+        EXPECT_EQ(service<HostService::REALGetStringEncoding>()(s), kUTF8);
         unlock(s);
     }
 }
 
 TEST_F(HostStrings, BuildStringHasNoEncodingAndRejectsBadLengths) {
-    auto buildRaw = service<BuildRawFn>("REALBuildString");
+    auto buildRaw = service<HostService::REALBuildString>();
     REALstring s = buildRaw("ab", 2);
-    EXPECT_EQ(service<uint32_t (*)(REALstring)>("REALGetStringEncoding")(s), kNone);
+    EXPECT_EQ(service<HostService::REALGetStringEncoding>()(s), kNone);
     unlock(s);
     EXPECT_EQ(buildRaw("ab", -1), nullptr);
     EXPECT_EQ(buildRaw(nullptr, 3), nullptr);
@@ -55,7 +52,7 @@ TEST_F(HostStrings, BuildStringHasNoEncodingAndRejectsBadLengths) {
 }
 
 TEST_F(HostStrings, ReferencesAreCountedAndTheLastReleaseFrees) {
-    auto lock = service<StringFn>("REALLockString");
+    auto lock = service<HostService::REALLockString>();
     REALstring s = build("x", kUTF8);
     EXPECT_EQ(host().liveStrings(), 1u);
     lock(s);
@@ -69,20 +66,19 @@ TEST_F(HostStrings, ReferencesAreCountedAndTheLastReleaseFrees) {
 
 TEST(HostStringMisuse, ReleasingADeadHandleIsRecordedNotFatal) {
     xhost::Host host(fixtureOptions());
-    REALstring s = service<BuildFn>("REALBuildStringWithEncoding")("x", 1, kUTF8);
-    service<StringFn>("REALUnlockString")(s);
-    service<StringFn>("REALUnlockString")(s);
-    service<StringFn>("REALLockString")(reinterpret_cast<REALstring>(&host));
+    REALstring s = service<HostService::REALBuildStringWithEncoding>()("x", 1, kUTF8);
+    service<HostService::REALUnlockString>()(s);
+    service<HostService::REALUnlockString>()(s);
+    service<HostService::REALLockString>()(reinterpret_cast<REALstring>(&host));
     EXPECT_EQ(host.misuses().size(), 2u);
     EXPECT_EQ(host.liveStrings(), 0u);
 }
 
 TEST_F(HostStrings, SetEncodingRelabelsWithoutTouchingTheBytes) {
     REALstring s = build("\xE9", kREALTextEncodingISOLatin1);
-    service<void (*)(REALstring, uint32_t)>("REALSetStringEncoding")(s, kNone);
-    EXPECT_EQ(service<uint32_t (*)(REALstring)>("REALGetStringEncoding")(s), kNone);
-    EXPECT_EQ(std::string_view(service<const char* (*)(REALstring)>("StringGetCString")(s)),
-              "\xE9");
+    service<HostService::REALSetStringEncoding>()(s, kNone);
+    EXPECT_EQ(service<HostService::REALGetStringEncoding>()(s), kNone);
+    EXPECT_EQ(std::string_view(service<HostService::StringGetCString>()(s)), "\xE9");
     unlock(s);
 }
 
@@ -145,7 +141,7 @@ const ConversionCase kConversions[] = {
 };
 
 TEST_F(HostStrings, ConvertStringFollowsTheConversionTable) {
-    auto convert = service<REALstring (*)(REALstring, uint32_t)>("REALConvertString");
+    auto convert = service<HostService::REALConvertString>();
     for (const ConversionCase& c : kConversions) {
         SCOPED_TRACE(::testing::PrintToString(c.bytes) + " " + enc::nameOf(c.from) + " -> " +
                      enc::nameOf(c.to));
@@ -164,8 +160,8 @@ TEST_F(HostStrings, ConvertStringFollowsTheConversionTable) {
 }
 
 TEST_F(HostStrings, GetStringDataFollowsTheSameTableAndIsCounted) {
-    auto get = service<RBBoolean (*)(REALstring, uint32_t, REALstringData*)>("PluginGetStringData");
-    auto dispose = service<void (*)(REALstringData*)>("PluginDisposeStringData");
+    auto get = service<HostService::PluginGetStringData>();
+    auto dispose = service<HostService::PluginDisposeStringData>();
     for (const ConversionCase& c : kConversions) {
         SCOPED_TRACE(::testing::PrintToString(c.bytes) + " " + enc::nameOf(c.from) + " -> " +
                      enc::nameOf(c.to));
@@ -187,16 +183,15 @@ TEST_F(HostStrings, GetStringDataFollowsTheSameTableAndIsCounted) {
 
 TEST(HostStringMisuse, DisposingARecordTwiceIsRecorded) {
     xhost::Host host(fixtureOptions());
-    REALstring s = service<BuildFn>("REALBuildStringWithEncoding")("x", 1, kUTF8);
+    REALstring s = service<HostService::REALBuildStringWithEncoding>()("x", 1, kUTF8);
     REALstringData d{};
-    ASSERT_TRUE(service<RBBoolean (*)(REALstring, uint32_t, REALstringData*)>(
-        "PluginGetStringData")(s, kUTF8, &d));
+    ASSERT_TRUE(service<HostService::PluginGetStringData>()(s, kUTF8, &d));
     REALstringData copy = d;
-    service<void (*)(REALstringData*)>("PluginDisposeStringData")(&d);
-    service<void (*)(REALstringData*)>("PluginDisposeStringData")(&copy);
+    service<HostService::PluginDisposeStringData>()(&d);
+    service<HostService::PluginDisposeStringData>()(&copy);
     EXPECT_EQ(host.outstandingStringData(), 0u);
     EXPECT_EQ(host.misuses().size(), 1u);
-    service<StringFn>("REALUnlockString")(s);
+    service<HostService::REALUnlockString>()(s);
 }
 
 // Random text survives every Unicode form and back.
@@ -310,12 +305,10 @@ TEST_F(HostStrings, LenCountsCharactersInTheStringsEncodingAndLenBBytes) {
          "a",
          0x420, 2, 3},
     };
-    auto len =
-        reinterpret_cast<RBInteger (*)(REALstring)>(service<void* (*)(const char*, const char*)>(
-            "REALLoadGlobalMethod")(nullptr, "Len(s as string) as integer"));
-    auto lenB =
-        reinterpret_cast<RBInteger (*)(REALstring)>(service<void* (*)(const char*, const char*)>(
-            "REALLoadGlobalMethod")(nullptr, "LenB( s as string ) as integer"));
+    auto len = reinterpret_cast<RBInteger (*)(REALstring)>(
+        service<HostService::REALLoadGlobalMethod>()(nullptr, "Len(s as string) as integer"));
+    auto lenB = reinterpret_cast<RBInteger (*)(REALstring)>(
+        service<HostService::REALLoadGlobalMethod>()(nullptr, "LenB( s as string ) as integer"));
     ASSERT_NE(len, nullptr);
     ASSERT_NE(lenB, nullptr);
     for (const LengthCase& c : cases) {
@@ -329,7 +322,7 @@ TEST_F(HostStrings, LenCountsCharactersInTheStringsEncodingAndLenBBytes) {
 }
 
 TEST_F(HostStrings, FrameworkMethodsMatchIgnoringCaseAndBlanks) {
-    auto load = service<void* (*)(const char*, const char*)>("REALLoadGlobalMethod");
+    auto load = service<HostService::REALLoadGlobalMethod>();
     EXPECT_NE(load(nullptr, "LENB(S AS STRING) AS INTEGER"), nullptr);
     EXPECT_NE(load(nullptr, "  len ( s  as string )  as integer "), nullptr);
     EXPECT_EQ(load(nullptr, "Len(s as string) as double"), nullptr);
@@ -354,7 +347,7 @@ TEST_F(HostStrings, CompareIsByteWiseOverUTF8IgnoringASCIICase) {
         {"\xE9", kREALTextEncodingISOLatin1, "\xC3\xA9", kUTF8, 0},
         {"\xC3\x89", kUTF8, "\xC3\xA9", kUTF8, -1},  // only ASCII letters fold
     };
-    auto compare = service<RBInteger (*)(REALstring, REALstring)>("RuntimeStringCompare");
+    auto compare = service<HostService::RuntimeStringCompare>();
     for (const Case& c : cases) {
         REALstring a = build(c.a, c.ea), b = build(c.b, c.eb);
         RBInteger r = compare(a, b);

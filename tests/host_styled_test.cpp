@@ -15,7 +15,7 @@ using ObjectAt = REALobject (*)(REALobject, RBInteger);
 class StyledTextHost : public FixtureHostTest {
   public:
     void* method(REALobject o, const char* declaration) {
-        return service<void* (*)(REALobject, const char*)>("REALLoadObjectMethod")(o, declaration);
+        return service<HostService::REALLoadObjectMethod>()(o, declaration);
     }
     REALobject styleRunAt(const Value& t, RBInteger i) {
         return reinterpret_cast<ObjectAt>(method(
@@ -32,19 +32,16 @@ class StyledTextHost : public FixtureHostTest {
     }
     RBInteger integer(REALobject o, const char* name) {
         RBInteger v = -99;
-        EXPECT_TRUE(service<RBBoolean (*)(REALobject, const char*, RBInteger*)>(
-            "REALGetPropValueInteger")(o, name, &v))
-            << name;
+        EXPECT_TRUE(service<HostService::REALGetPropValueInteger>()(o, name, &v)) << name;
         return v;
     }
     // Appends a run with this UTF-8 text the way the plugin does: new instance, set, append.
     void appendText(const Value& t, const std::string& text) {
-        REALobject run = service<REALobject (*)(const char*)>("PluginNewInstance")("StyleRun");
+        REALobject run = service<HostService::PluginNewInstance>()("StyleRun");
         Value s = S(text);
-        service<RBBoolean (*)(REALobject, const char*, REALstring)>("REALSetPropValueString")(
-            run, "Text", s.stringHandle());
+        service<HostService::REALSetPropValueString>()(run, "Text", s.stringHandle());
         append(t, run);
-        service<void (*)(REALobject)>("REALUnlockObject")(run);
+        service<HostService::REALUnlockObject>()(run);
     }
     RBInteger paragraphCount(const Value& t) { return integer(t.objectHandle(), "ParagraphCount"); }
 };
@@ -137,7 +134,7 @@ TEST_F(StyledTextHost, RunsAreBorrowedParagraphsAreNewReferences) {
     EXPECT_EQ(integer(p, "StartPos"), 3);
     EXPECT_EQ(integer(p, "EndPos"), 4);
     EXPECT_EQ(integer(p, "Alignment"), 0);
-    service<void (*)(REALobject)>("REALUnlockObject")(p);
+    service<HostService::REALUnlockObject>()(p);
     EXPECT_EQ(host().liveObjects(), before);
     EXPECT_EQ(integer(t.objectHandle(), "StyleRunCount"), 2);
 }
@@ -157,8 +154,7 @@ TEST_F(StyledTextHost, RemoveReleasesAndAppendKeepsItsOwnReference) {
     ASSERT_EQ(runs.size(), 3u);
     EXPECT_EQ(runs[2].text, "four");
     REALstring text = nullptr;
-    service<RBBoolean (*)(REALobject, const char*, REALstring*)>("REALGetPropValueString")(
-        t.objectHandle(), "Text", &text);
+    service<HostService::REALGetPropValueString>()(t.objectHandle(), "Text", &text);
     EXPECT_EQ(Value::adoptString(text).bytes(), "onethreefour");
 }
 
@@ -171,7 +167,7 @@ TEST_F(StyledTextHost, ParagraphAlignmentIsKeptPerParagraph) {
     EXPECT_EQ(host().paragraphs(t), (std::vector<ParagraphSpec>{{0, 1, 0}, {2, 3, 2}, {4, 4, 3}}));
     REALobject p = paragraphAt(t, 2);
     EXPECT_EQ(integer(p, "Alignment"), 3);
-    service<void (*)(REALobject)>("REALUnlockObject")(p);
+    service<HostService::REALUnlockObject>()(p);
 }
 
 // Alignments are kept by paragraph index: one for every paragraph of a long document, kept
@@ -197,8 +193,8 @@ TEST_F(StyledTextHost, ParagraphAlignmentsForEveryParagraph) {
     EXPECT_EQ(host().paragraphs(small),
               (std::vector<ParagraphSpec>{{0, 1, 0}, {2, 3, 0}, {4, 4, 3}}));
     Value replacement = S("x\ry");
-    service<RBBoolean (*)(REALobject, const char*, REALstring)>("REALSetPropValueString")(
-        small.objectHandle(), "Text", replacement.stringHandle());
+    service<HostService::REALSetPropValueString>()(small.objectHandle(), "Text",
+                                                   replacement.stringHandle());
     EXPECT_EQ(host().paragraphs(small), (std::vector<ParagraphSpec>{{0, 1, 0}, {2, 2, 0}}));
 }
 
@@ -207,8 +203,7 @@ TEST_F(StyledTextHost, BadIndicesRaiseOutOfBounds) {
     static Value* text = nullptr;
     Value t = host().newStyledText(runsOf({"a"}));
     text = &t;
-    auto guard =
-        service<REALobject (*)(void (*)(void*), void*)>("PluginCallFunctionWithExceptionHandler");
+    auto guard = service<HostService::PluginCallFunctionWithExceptionHandler>();
     void (*cases[])(void*) = {
         [](void*) {},
         [](void* self) {
@@ -225,10 +220,9 @@ TEST_F(StyledTextHost, BadIndicesRaiseOutOfBounds) {
         REALobject e = guard(cases[i], this);
         ASSERT_NE(e, nullptr) << i;
         REALstring m = nullptr;
-        service<RBBoolean (*)(REALobject, const char*, REALstring*)>("REALGetPropValueString")(
-            e, "Message", &m);
+        service<HostService::REALGetPropValueString>()(e, "Message", &m);
         EXPECT_NE(Value::adoptString(m).bytes().find("out of bounds"), std::string::npos);
-        service<void (*)(REALobject)>("REALUnlockObject")(e);
+        service<HostService::REALUnlockObject>()(e);
     }
     text = nullptr;
 }
@@ -300,8 +294,7 @@ TEST_F(StyledTextHost, PropertyAccessorsAreTyped) {
     }
     // Nil objects are refused.
     RBInteger i = 0;
-    EXPECT_FALSE(service<RBBoolean (*)(REALobject, const char*, RBInteger*)>(
-        "REALGetPropValueInteger")(nullptr, "Size", &i));
+    EXPECT_FALSE(service<HostService::REALGetPropValueInteger>()(nullptr, "Size", &i));
     // What was set reads back through the host helpers.
     Value t = host().newObject("StyledText");
     append(t, run.objectHandle());
@@ -321,8 +314,7 @@ class FontNameHost : public StyledTextHost {
 TEST_F(FontNameHost, StyleRunsKnowFontNameInsteadOfFont) {
     Value run = host().newObject("StyleRun");
     Value font = S("Courier");
-    auto set =
-        service<RBBoolean (*)(REALobject, const char*, REALstring)>("REALSetPropValueString");
+    auto set = service<HostService::REALSetPropValueString>();
     EXPECT_FALSE(set(run.objectHandle(), "Font", font.stringHandle()));
     EXPECT_TRUE(set(run.objectHandle(), "FontName", font.stringHandle()));
     Value t = host().newStyledText({{"x", "Helvetica"}});

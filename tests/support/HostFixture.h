@@ -4,6 +4,7 @@
 
 #include "HostInternal.h"
 #include "KxtTest.h"
+#include "XojoHostServices.h"
 
 namespace kxt_test {
 
@@ -27,6 +28,12 @@ F service(const char* name) {
     void* p = xhost::resolve(name);
     if (p == nullptr) throw std::runtime_error(std::string("the resolver does not know ") + name);
     return reinterpret_cast<F>(p);
+}
+using kxt::abi::HostService;
+// A service by the list, typed as the list gives it.
+template <HostService S>
+kxt::abi::HostServiceFunction<S> service() {
+    return service<kxt::abi::HostServiceFunction<S>>(kxt::abi::HostServiceInfo<S>::name);
 }
 
 }  // namespace kxt_test
