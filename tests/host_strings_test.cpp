@@ -15,7 +15,6 @@ namespace enc = xhost::encodings;
 
 namespace {
 
-
 constexpr uint32_t kUTF8 = kREALTextEncodingUTF8;
 constexpr uint32_t kNone = kREALTextEncodingUnknown;
 
