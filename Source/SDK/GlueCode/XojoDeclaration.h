@@ -28,25 +28,25 @@ enum class XojoType {
 
 // The Xojo type a C type stands for at the boundary; Unknown for any other C type.
 template <typename T>
-constexpr XojoType kXojoTypeOf = XojoType::Unknown;
+inline constexpr XojoType kXojoTypeOf = XojoType::Unknown;
 template <>
-constexpr XojoType kXojoTypeOf<void> = XojoType::None;
+inline constexpr XojoType kXojoTypeOf<void> = XojoType::None;
 template <>
-constexpr XojoType kXojoTypeOf<REALstring> = XojoType::String;
+inline constexpr XojoType kXojoTypeOf<REALstring> = XojoType::String;
 template <>
-constexpr XojoType kXojoTypeOf<RBInteger> = XojoType::Integer;
+inline constexpr XojoType kXojoTypeOf<RBInteger> = XojoType::Integer;
 template <>
-constexpr XojoType kXojoTypeOf<RBBoolean> = XojoType::Boolean;
+inline constexpr XojoType kXojoTypeOf<RBBoolean> = XojoType::Boolean;
 template <>
-constexpr XojoType kXojoTypeOf<double> = XojoType::Double;
+inline constexpr XojoType kXojoTypeOf<double> = XojoType::Double;
 template <>
-constexpr XojoType kXojoTypeOf<void*> = XojoType::Ptr;
+inline constexpr XojoType kXojoTypeOf<void*> = XojoType::Ptr;
 template <>
-constexpr XojoType kXojoTypeOf<REALmemoryBlock> = XojoType::MemoryBlock;
+inline constexpr XojoType kXojoTypeOf<REALmemoryBlock> = XojoType::MemoryBlock;
 template <>
-constexpr XojoType kXojoTypeOf<REALarray> = XojoType::StringArray;
+inline constexpr XojoType kXojoTypeOf<REALarray> = XojoType::StringArray;
 template <>
-constexpr XojoType kXojoTypeOf<REALobject> = XojoType::Object;
+inline constexpr XojoType kXojoTypeOf<REALobject> = XojoType::Object;
 
 // The parameter and result types of a declaration such as
 // "Name(a as String, n as Integer = 0) as String()".
