@@ -8,6 +8,7 @@
 #include "Encodings.h"
 #include "HostInternal.h"
 #include "HostServices.h"
+#include "XojoHostServices.h"
 
 namespace xhost {
 
@@ -227,20 +228,23 @@ struct MethodDef {
     void* function;
 };
 
+// An object method of the list, with exactly its listed type.
+template <kxt::abi::ObjectMethod M>
+MethodDef methodDef(kxt::abi::ObjectMethodFunction<M> function) {
+    using Info = kxt::abi::ObjectMethodInfo<M>;
+    return {Info::className, Info::declaration, reinterpret_cast<void*>(function)};
+}
+
 const std::vector<MethodDef>& methods() {
+    using kxt::abi::ObjectMethod;
     static const std::vector<MethodDef> defs = {
-        {"MemoryBlock", "Constructor(bytes as Integer)",
-         reinterpret_cast<void*>(kNoExcept<&memoryBlockConstructor>)},
-        {"StyledText", "StyleRun(Index as Integer) As StyleRun",
-         reinterpret_cast<void*>(kNoExcept<&styledTextStyleRun>)},
-        {"StyledText", "Paragraph(Index as Integer) As Paragraph",
-         reinterpret_cast<void*>(kNoExcept<&styledTextParagraph>)},
-        {"StyledText", "RemoveStyleRun(Index as Integer)",
-         reinterpret_cast<void*>(kNoExcept<&styledTextRemoveStyleRun>)},
-        {"StyledText", "AppendStyleRun(Run as StyleRun)",
-         reinterpret_cast<void*>(kNoExcept<&styledTextAppendStyleRun>)},
-        {"StyledText", "ParagraphAlignment(Index As Integer, assigns _value as Integer)",
-         reinterpret_cast<void*>(kNoExcept<&styledTextParagraphAlignment>)},
+        methodDef<ObjectMethod::MemoryBlockConstructor>(kNoExcept<&memoryBlockConstructor>),
+        methodDef<ObjectMethod::StyledTextStyleRun>(kNoExcept<&styledTextStyleRun>),
+        methodDef<ObjectMethod::StyledTextParagraph>(kNoExcept<&styledTextParagraph>),
+        methodDef<ObjectMethod::StyledTextRemoveStyleRun>(kNoExcept<&styledTextRemoveStyleRun>),
+        methodDef<ObjectMethod::StyledTextAppendStyleRun>(kNoExcept<&styledTextAppendStyleRun>),
+        methodDef<ObjectMethod::StyledTextParagraphAlignment>(
+            kNoExcept<&styledTextParagraphAlignment>),
     };
     return defs;
 }

@@ -9,10 +9,10 @@
 
 namespace {
 
-MethodCache<void (*)(REALobject, RBInteger)> gRemoveStyleRun{"RemoveStyleRun(Index as Integer)"};
-MethodCache<void (*)(REALobject, REALobject)> gAppendStyleRun{"AppendStyleRun(Run as StyleRun)"};
-MethodCache<void (*)(REALobject, RBInteger, RBInteger)> gSetParagraphAlignment{
-    "ParagraphAlignment(Index As Integer, assigns _value as Integer)"};
+using kxt::abi::ObjectMethod;
+ObjectMethodCache<ObjectMethod::StyledTextRemoveStyleRun> gRemoveStyleRun;
+ObjectMethodCache<ObjectMethod::StyledTextAppendStyleRun> gAppendStyleRun;
+ObjectMethodCache<ObjectMethod::StyledTextParagraphAlignment> gSetParagraphAlignment;
 
 void Log(const char* text) {
     if (gDebugging) LogMessage(text);

@@ -19,8 +19,9 @@ void constructBlock(void* arg) {
     auto* call = static_cast<NewBlockCall*>(arg);
     call->block = REALnewInstance("MemoryBlock");
     if (call->block == nullptr) return;
-    auto constructor = reinterpret_cast<void (*)(REALobject, RBInteger)>(
-        REALLoadObjectMethod(call->block, "Constructor(bytes as Integer)"));
+    using Info = kxt::abi::ObjectMethodInfo<kxt::abi::ObjectMethod::MemoryBlockConstructor>;
+    auto constructor =
+        reinterpret_cast<Info::Function>(REALLoadObjectMethod(call->block, Info::declaration));
     bool ok = false;
     if (constructor != nullptr) {
         constructor(call->block, call->size);

@@ -105,9 +105,9 @@ int64_t GetInteger(REALobject object, const char* name) {
     return value;
 }
 
-using IndexedMethod = REALobject (*)(REALobject, RBInteger);
-MethodCache<IndexedMethod> gStyleRunMethod{"StyleRun(Index as Integer) As StyleRun"};
-MethodCache<IndexedMethod> gParagraphMethod{"Paragraph(Index as Integer) As Paragraph"};
+using kxt::abi::ObjectMethod;
+ObjectMethodCache<ObjectMethod::StyledTextStyleRun> gStyleRunMethod;
+ObjectMethodCache<ObjectMethod::StyledTextParagraph> gParagraphMethod;
 
 // The framework's Len, once found. Atomic with no separate "looked up" flag: a thread that sees
 // a pointer sees a usable one.
@@ -142,12 +142,12 @@ int64_t GetStyleRunCount(REALobject styledText) {
 }
 
 REALobject GetStyleRun(REALobject styledText, int64_t index) {
-    IndexedMethod f = gStyleRunMethod.lookup(styledText);
+    auto f = gStyleRunMethod.lookup(styledText);
     return f != nullptr ? f(styledText, index) : nullptr;
 }
 
 REALobject GetParagraph(REALobject styledText, int64_t index) {
-    IndexedMethod f = gParagraphMethod.lookup(styledText);
+    auto f = gParagraphMethod.lookup(styledText);
     return f != nullptr ? f(styledText, index) : nullptr;
 }
 

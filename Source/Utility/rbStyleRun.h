@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "REALplugin.h"
+#include "XojoHostServices.h"
 #include "XojoPluginABI.h"
 
 // A host method of an object by declaration, remembered for the object it was last looked up
@@ -23,6 +24,14 @@ struct MethodCache {
         }
         return function;
     }
+};
+
+// The cache of a method of the host's object-method list, with its declaration and C type.
+template <kxt::abi::ObjectMethod M>
+struct ObjectMethodCache : MethodCache<kxt::abi::ObjectMethodFunction<M>> {
+    ObjectMethodCache()
+        : MethodCache<kxt::abi::ObjectMethodFunction<M>>{
+              kxt::abi::ObjectMethodInfo<M>::declaration} {}
 };
 
 // One style run as read from a StyledText. Owns one lock on each of its two strings.

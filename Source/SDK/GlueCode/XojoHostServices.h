@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <iterator>
 
+#include "XojoDeclaration.h"
 #include "XojoPluginABI.h"
 
 // X(name, result, (parameters))
@@ -109,10 +110,55 @@ constexpr bool IsComplete(const HostServiceTable& table) {
 #undef KXT_SERVICE_PRESENT
 }
 
-// Framework and object methods, loaded by declaration ("REALLoadGlobalMethod",
-// "REALLoadObjectMethod"), with their C types.
+// Framework methods, loaded by declaration ("REALLoadGlobalMethod"), with their C type.
 inline constexpr const char kLenBDeclaration[] = "LenB( s as string ) as integer";
 inline constexpr const char kLenDeclaration[] = "Len(s as string) as integer";
 using StringLengthMethod = RBInteger (*)(REALstring);
+
+// Methods of host objects, loaded by declaration ("REALLoadObjectMethod"): the class, the
+// declaration and the C type (the object comes first).
+// X(id, class, declaration, result, (parameters))
+#define KXT_OBJECT_METHODS(X)                                                                    \
+    X(MemoryBlockConstructor, "MemoryBlock", "Constructor(bytes as Integer)", void,              \
+      (REALobject, RBInteger))                                                                   \
+    X(StyledTextStyleRun, "StyledText", "StyleRun(Index as Integer) As StyleRun", REALobject,    \
+      (REALobject, RBInteger))                                                                   \
+    X(StyledTextParagraph, "StyledText", "Paragraph(Index as Integer) As Paragraph", REALobject, \
+      (REALobject, RBInteger))                                                                   \
+    X(StyledTextRemoveStyleRun, "StyledText", "RemoveStyleRun(Index as Integer)", void,          \
+      (REALobject, RBInteger))                                                                   \
+    X(StyledTextAppendStyleRun, "StyledText", "AppendStyleRun(Run as StyleRun)", void,           \
+      (REALobject, REALobject))                                                                  \
+    X(StyledTextParagraphAlignment, "StyledText",                                                \
+      "ParagraphAlignment(Index As Integer, assigns _value as Integer)", void,                   \
+      (REALobject, RBInteger, RBInteger))
+
+enum class ObjectMethod {
+#define KXT_OBJECT_METHOD_ID(id, cls, decl, R, P) id,
+    KXT_OBJECT_METHODS(KXT_OBJECT_METHOD_ID)
+#undef KXT_OBJECT_METHOD_ID
+};
+
+template <ObjectMethod M>
+struct ObjectMethodInfo;
+#define KXT_OBJECT_METHOD_INFO(id, cls, decl, R, P)      \
+    template <>                                          \
+    struct ObjectMethodInfo<ObjectMethod::id> {          \
+        static constexpr const char* className = cls;    \
+        static constexpr const char* declaration = decl; \
+        using Function = R(*) P noexcept;                \
+    };
+KXT_OBJECT_METHODS(KXT_OBJECT_METHOD_INFO)
+#undef KXT_OBJECT_METHOD_INFO
+
+template <ObjectMethod M>
+using ObjectMethodFunction = typename ObjectMethodInfo<M>::Function;
+
+// Each C type is that of its declaration, the object first.
+#define KXT_OBJECT_METHOD_CHECK(id, cls, decl, R, P)                 \
+    static_assert(GetterMatches(static_cast<R(*) P>(nullptr), decl), \
+                  #id " disagrees with its declaration");
+KXT_OBJECT_METHODS(KXT_OBJECT_METHOD_CHECK)
+#undef KXT_OBJECT_METHOD_CHECK
 
 }  // namespace kxt::abi
