@@ -242,24 +242,6 @@ TEST_F(RTFSetter, MalformedInputNeverBreaksOrLeaks) {
     }
 }
 
-TEST_F(RTFSetter, RandomDocumentsNeverBreakOrLeak) {
-    const char* pieces[] = {"{",          "}",         "\\",    "\\b",   "\\b0 ", "\\u",
-                            "\\u-",       "\\'",       "\\'e9", "\\par", "\\bin", "7",
-                            " ",          "\r",        "\n",    "a",     "\xE9",  "\\fonttbl",
-                            "\\colortbl", ";",         "\\f",   "\\cf",  "\\*",   "\\qc",
-                            "\\fs",       "\\ansicpg", "\\red", "\\'00", "\\u0 ", "\\mac"};
-    std::mt19937 rng(99);
-    for (int round = 0; round < 300; ++round) {
-        std::string rtf = "{\\rtf1";
-        int n = int(rng() % 50);
-        for (int i = 0; i < n; ++i) rtf += pieces[rng() % std::size(pieces)];
-        Value text = host().newStyledText({});
-        CallResult r = host().setRTF(text, S(rtf, kREALTextEncodingUnknown));
-        ASSERT_FALSE(r.exception.has_value()) << testing::PrintToString(rtf);
-        ASSERT_FALSE(host().getRTF(text).exception.has_value()) << testing::PrintToString(rtf);
-    }
-}
-
 // ---- Round trip ---------------------------------------------------------------------------
 
 struct StyledChar {

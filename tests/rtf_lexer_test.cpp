@@ -5,7 +5,6 @@
 #include <string>
 
 #include "Encodings.h"
-
 #include "RTFWrite.h"
 
 using namespace kxt::rtf;
@@ -161,7 +160,7 @@ TEST(RTFFindEncoding, CodePagesReadAsIconvReadsThem) {
         const uint32_t encoding = FindEncoding(codePage);
         if (encoding == FindEncoding(1252) && codePage != 1252) continue;
         ++mapped;
-        const std::string name = codePage < 10000 ? "CP" + std::to_string(codePage)
+        const std::string name = codePage < 10000    ? "CP" + std::to_string(codePage)
                                  : codePage == 10000 ? "MACINTOSH"
                                                      : "";
         iconv_t cd = name.empty() ? iconv_t(-1) : iconv_open("UTF-8", name.c_str());
