@@ -116,6 +116,9 @@ const ConversionCase kConversions[] = {
     {"a\xC3", kUTF8, kREALTextEncodingUTF16, std::nullopt},
     {"\xED\xA0\x80", kUTF8, kREALTextEncodingUTF16, std::nullopt},
     {"\xC0\xAF", kUTF8, kREALTextEncodingUTF16, std::nullopt},
+    {"\xE0\x80\xAF", kUTF8, kREALTextEncodingUTF16, std::nullopt},  // overlong
+    {"\xF0\x8F\xBF\xBF", kUTF8, kREALTextEncodingUTF32, std::nullopt},
+    {"\xF4\x90\x80\x80", kUTF8, kREALTextEncodingUTF16, std::nullopt},  // past U+10FFFF
     {"abc", kREALTextEncodingUTF16, kUTF8, std::nullopt},
     {std::string("\x00\xD8", 2), kREALTextEncodingUTF16, kUTF8, std::nullopt},
     {"\x80", kREALTextEncodingASCII, kUTF8, std::nullopt},
