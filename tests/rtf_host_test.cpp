@@ -134,6 +134,8 @@ TEST_F(RTFGetter, RunsTakeTheAlignmentOfTheParagraphHoldingTheirMiddle) {
     Value left = host().newStyledText({run("a\r"), run("b\r"), run("c")});
     host().setParagraphAlignment(left, 1, 1);
     EXPECT_EQ(body(left), "\\f0\\fs24 a\\par \\ql b\\par \\ql c}");
+    // CR LF is one paragraph end, also split over two runs.
+    EXPECT_EQ(host().paragraphs(host().newStyledText({run("a\r"), run("\nbc\r\nd")})).size(), 3u);
 }
 
 // ---- The setter ---------------------------------------------------------------------------
