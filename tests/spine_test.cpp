@@ -89,6 +89,16 @@ TEST_F(Spine, UnknownExceptionClassFallsBackToRuntimeException) {
     EXPECT_EQ(raised->className, "RuntimeException");
     EXPECT_EQ(raised->message, "the message");
     EXPECT_EQ(raised->errorNumber, 0);
+    // The message and number reach the caller as given, the message as UTF-8.
+    raised = raising([] {
+        REALstring m = REALBuildStringWithEncoding("caf\xE9", 4, kREALTextEncodingISOLatin1);
+        RaiseException("OutOfBoundsException", m, 42);
+        REALUnlockString(m);
+    });
+    ASSERT_TRUE(raised);
+    EXPECT_EQ(raised->className, "OutOfBoundsException");
+    EXPECT_EQ(raised->message, "caf\xC3\xA9");
+    EXPECT_EQ(raised->errorNumber, 42);
 }
 
 TEST_F(Spine, StandardExceptionsMapToXojoClasses) {
