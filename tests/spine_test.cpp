@@ -262,6 +262,9 @@ TEST_F(Spine, TextFormsFromEveryKindOfString) {
         {"a\xEF\xBB\xBF"
          "b",
          kREALTextEncodingUTF8, u"ab", U"ab"},
+        {"a\xEF\xBF\xBE"
+         "b",
+         kREALTextEncodingUTF8, u"ab", U"ab"},
         {"ab\xC0\xAF"
          "cd",
          kREALTextEncodingUTF8, u"ab", U"ab"},
