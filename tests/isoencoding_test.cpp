@@ -27,20 +27,6 @@ TEST(CodePageTables, ISO8859IsTheIdentity) {
     for (int b = 0; b < 256; ++b) EXPECT_EQ(kxt::ISO8859Table[b], b);
 }
 
-TEST(CodePageTables, CP1252DiffersOnlyIn80To9FWithFiveUndefinedBytesAtZero) {
-    int zeros = 0;
-    for (int b = 0; b < 256; ++b) {
-        if (b < 0x80 || b > 0x9F) {
-            EXPECT_EQ(kxt::CP1252Table[b], b) << b;
-        }
-        if (kxt::CP1252Table[b] == 0) ++zeros;
-    }
-    EXPECT_EQ(zeros, 6);  // byte 0 and the five undefined bytes
-    for (int b : {0x81, 0x8D, 0x8F, 0x90, 0x9D}) EXPECT_EQ(kxt::CP1252Table[b], 0) << b;
-    EXPECT_EQ(kxt::CP1252Table[0x80], 0x20AC);
-    EXPECT_EQ(kxt::CP1252Table[0x9F], 0x0178);
-}
-
 // The C library's own converter is an independent copy of the published mapping; it rejects
 // the undefined bytes.
 TEST(CodePageTables, CP1252AgreesWithTheCLibrary) {
