@@ -21,22 +21,6 @@ std::vector<kxt::ByteRange> toRanges(const std::vector<ref::Range>& r) {
     return out;
 }
 
-TEST(FirstOfAny, FindsTheFirstByteOfTheSetNotASubstring) {
-    struct Row {
-        std::string target, set;
-        int64_t expected;
-    } rows[] = {
-        {"hello", "ol", 3},
-        {"hello", "xyz", 0},
-        {"", "a", 0},
-        {"abc", "", 0},
-        {"abc\xFF", "\xFF", 4},
-        {"a\0b"s, "\0"s, 2},
-        {std::string(40, 'x') + "y", "zy", 41},  // past the first vector block
-    };
-    for (const Row& r : rows) EXPECT_EQ(kxt::firstOfAny(r.target, r.set), r.expected) << r.target;
-}
-
 TEST(ByteRanges, UnsignedWithoutFindSignedWithFind) {
     const std::vector<kxt::ByteRange> upper{{128, 255}}, negative{{-128, -1}};
     EXPECT_EQ(kxt::firstInRanges("abc", std::vector<kxt::ByteRange>{{98, 99}}), 2);
@@ -66,20 +50,6 @@ TEST(Compare, ZeroPaddedAndTheEmptyOperandRules) {
     for (const Row& r : rows) {
         EXPECT_EQ(kxt::compareBytes(r.a, r.b), r.bytes) << r.a << " / " << r.b;
         EXPECT_EQ(kxt::compareZeroPadded(r.a, r.b), r.padded) << r.a << " / " << r.b;
-    }
-}
-
-TEST(CountOccurrences, NonOverlappingLeftToRight) {
-    struct Row {
-        std::string s, find;
-        int64_t expected;
-    } rows[] = {
-        {"aaaa", "aa", 2},  {"aaaaa", "aa", 2}, {"aaaa", "", 0},
-        {"", "a", 0},       {"abc", "abcd", 0}, {"abcabc", "abc", 2},
-        {"banana", "a", 3}, {"aXbXc", "X", 2},  {"abababa", "aba", 2},
-    };
-    for (const Row& r : rows) {
-        EXPECT_EQ(kxt::countOccurrences(r.s, r.find), r.expected) << r.s << " / " << r.find;
     }
 }
 
