@@ -210,14 +210,9 @@ TEST_F(Encoders, YEncDecodesStringsAndMemoryBlocks) {
 }
 
 TEST_F(Encoders, ByteOrderMarksAreDetectedAndReturnedWithTheirEncodings) {
-    const std::pair<std::string, int64_t> detect[] = {
-        {"\xFF\xFE", 4},          {"\xFF\xFE\x00\x00"s, 7}, {"\xFF\xFE\x41\x00"s, 4},
-        {"\x00\x00\xFE\xFF"s, 6}, {"\x00\x41"s, 0},         {"\xEF\xBB", 0},
-        {"\xEF\xBB\xBF", 1},      {"\xFE\xFF", 3},
-    };
-    for (const auto& [bytes, kind] : detect) {
-        EXPECT_EQ(call("DetectUnicodeMarkersKXT", {Raw(bytes)}).asInteger(), kind);
-    }
+    // Detection reads the raw bytes (its order is in stringdetect_test.cpp).
+    EXPECT_EQ(call("DetectUnicodeMarkersKXT", {Raw("\xFF\xFE\x00\x00"s)}).asInteger(), 7);
+    EXPECT_EQ(call("DetectUnicodeMarkersKXT", {S("\xEF\xBB\xBFtext")}).asInteger(), 1);
     const std::tuple<int64_t, std::string, uint32_t> marks[] = {
         {1, "\xEF\xBB\xBF", kUTF8},       {2, "\xFF\xFE", kUTF16},
         {3, "\xFE\xFF", kUTF16},          {4, "\xFF\xFE", kUTF16},

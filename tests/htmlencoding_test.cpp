@@ -138,21 +138,6 @@ TEST(MarkupReadyBytes, RejectZeroHighBytesAndMarkup) {
     }
 }
 
-TEST(StringCompare, MatchesByPrefixAndReadsZerosPastTheName) {
-    auto cmp = [](const char* name, std::u32string_view t, long n) {
-        std::vector<uint32_t> p = points(t);
-        return kxt::stringcompare(name, p.data(), n);
-    };
-    EXPECT_EQ(cmp("amp", U"a", 1), 0);
-    EXPECT_EQ(cmp("amp", U"amp", 3), 0);
-    EXPECT_EQ(cmp("amp", U"ampx", 4), -1);
-    EXPECT_EQ(cmp("amp", U"b", 1), -1);
-    EXPECT_EQ(cmp("lt", std::u32string_view(U"lt\0\0", 4), 4), 0);
-    EXPECT_EQ(cmp("lt", U"", 0), 0);
-    EXPECT_EQ(cmp("lt", U"", -3), 0);
-    EXPECT_EQ(cmp("e", std::u32string_view(U"\U00010065", 1), 1), -1);  // whole code points
-}
-
 struct DecodeCase {
     std::u32string input;
     std::u32string expected;
