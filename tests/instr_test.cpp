@@ -64,37 +64,6 @@ TEST(PrefixSuffix, ByteExactAndNeverEmpty) {
     EXPECT_FALSE(kxt::hasSuffix("abc", "ab"));
 }
 
-TEST(WholeWord, LettersOnlyAreWordCharacters) {
-    struct Row {
-        std::string text, word;
-        bool expected;
-    } rows[] = {
-        {"Hello World", "world", true},
-        {"HelloWorld", "world", false},
-        {"foo 1world2", "world", true},  // digits are not word characters
-        {"ab_", "ab", true},
-        {"\xC3\xA9"
-         "ab\xC3\xA9",
-         "ab", true},                     // nor are bytes >= 128
-        {"worlds world", "world", true},  // the second occurrence
-        {"worldworld", "world", false},   // resumes behind the first, not one byte on
-        {"xworld world", "WORLD", true},
-        {"world", "worlds", false},
-        {"", "a", false},
-        {"a", "", false},
-        {"xab\0 ab"s, "ab", false},  // the search ends at the first zero byte
-        {"x ab\0ab"s, "ab", true},
-    };
-    for (const Row& r : rows) {
-        EXPECT_EQ(kxt::containsWholeWord(r.text, r.word), r.expected) << r.text << " / " << r.word;
-    }
-    EXPECT_TRUE(kxt::isWordChar('a'));
-    EXPECT_TRUE(kxt::isWordChar('Z'));
-    EXPECT_FALSE(kxt::isWordChar('5'));
-    EXPECT_FALSE(kxt::isWordChar('_'));
-    EXPECT_FALSE(kxt::isWordChar(0xE9));
-}
-
 // Alphabets that make matches likely, and the sign-bit boundary.
 std::string randomBytes(std::mt19937_64& rng, size_t n, int alphabet) {
     if (alphabet == 0) return ref::adversarialBytes(rng, n);
