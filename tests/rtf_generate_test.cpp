@@ -44,14 +44,6 @@ std::string Generate(const std::vector<TestRun>& runs) {
 
 const std::string kHeader = "{\\rtf1\\ansi\\ansicpg1252{\\fonttbl{\\f0\\fnil Arial;}}";
 
-TEST(RTFGenerate, TwoRunDocument) {
-    TestRun hello{u"Hello", "Arial", 0xFF0000, 12, true};
-    TestRun world{u" world", "Arial", 0x000000, 12, false};
-    EXPECT_EQ(Generate({hello, world}),
-              "{\\rtf1\\ansi\\ansicpg1252{\\fonttbl{\\f0\\fnil Arial;}}{\\colortbl\\red255\\green0"
-              "\\blue0;\\red0\\green0\\blue0;}\\uc0 \\b\\f0\\cf0\\fs24 Hello\\b0\\cf1  world}");
-}
-
 struct TextCase {
     std::u16string text;
     std::string body;  // what follows "\f0\fs24 "

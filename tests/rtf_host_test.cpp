@@ -147,7 +147,8 @@ TEST_F(RTFSetter, ExampleDocument) {
 }
 
 TEST_F(RTFSetter, InputThatIsNotRTFLeavesTheTextEmpty) {
-    for (std::string bad : {"", "{\\rtf", "{\\rtx1 Hello}", "Hello, world"}) {
+    for (std::string bad : {"", "{\\rtf", "{\\rtf}", "{\\rtx1 Hello}", " {\\rtf1 Hello}",
+                            "{\\RTF1 Hello}", "Hello"}) {
         EXPECT_EQ(read(bad, {{"old"}, {"runs"}}), std::vector<RunSpec>{}) << bad;
     }
     Value text = host().newStyledText({{"old"}});

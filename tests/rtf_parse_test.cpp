@@ -86,16 +86,6 @@ void Check(const std::vector<ParseCase>& cases) {
     for (const auto& c : cases) EXPECT_EQ(Parse(c.rtf), c.runs) << c.rtf;
 }
 
-TEST(RTFParse, DocumentsThatAreNotRTFGiveNothing) {
-    Check({
-        {"", {}},
-        {"{\\rtf}", {}},  // shorter than 7 bytes
-        {"{\\rtx1 Hello}", {}},
-        {" {\\rtf1 Hello}", {}},
-        {"{\\RTF1 Hello}", {}},
-    });
-}
-
 TEST(RTFParse, CharacterFormattingFromTables) {
     Check({
         {"{\\rtf1\\ansi{\\fonttbl{\\f0\\fnil Arial;}}{\\colortbl;\\red255\\green0\\blue0;}"
