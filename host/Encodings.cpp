@@ -131,38 +131,44 @@ bool isSurrogate(char32_t c) {
     return c >= 0xD800 && c <= 0xDFFF;
 }
 
+// The host's one UTF-8 decoding step: the strict sequence at p[i] (RFC 3629: no overlong
+// forms, surrogates or values past U+10FFFF) into c; its length, or 0 when it is malformed or cut.
+size_t utf8Sequence(const unsigned char* p, size_t n, size_t i, char32_t& c) {
+    const unsigned char c0 = p[i];
+    if (c0 < 0x80) {
+        c = c0;
+        return 1;
+    }
+    size_t extra;
+    char32_t min;
+    if (c0 >= 0xC2 && c0 <= 0xDF) {
+        extra = 1, c = c0 & 0x1F, min = 0x80;
+    } else if (c0 >= 0xE0 && c0 <= 0xEF) {
+        extra = 2, c = c0 & 0x0F, min = 0x800;
+    } else if (c0 >= 0xF0 && c0 <= 0xF4) {
+        extra = 3, c = c0 & 0x07, min = 0x10000;
+    } else {
+        return 0;
+    }
+    if (i + extra >= n) return 0;
+    for (size_t k = 1; k <= extra; ++k) {
+        const unsigned char cc = p[i + k];
+        if ((cc & 0xC0) != 0x80) return 0;
+        c = c << 6 | (cc & 0x3F);
+    }
+    if (c < min || c > 0x10FFFF || isSurrogate(c)) return 0;
+    return extra + 1;
+}
+
 // Decoders call sink(code point) for each character and return false on malformed input.
 template <typename Sink>
 bool eachUTF8(std::string_view b, Sink&& sink) {
-    size_t i = 0;
-    const size_t n = b.size();
-    while (i < n) {
-        auto c0 = static_cast<unsigned char>(b[i]);
-        if (c0 < 0x80) {
-            sink(static_cast<char32_t>(c0));
-            ++i;
-            continue;
-        }
-        int extra;
-        char32_t c, min;
-        if (c0 >= 0xC2 && c0 <= 0xDF) {
-            extra = 1, c = c0 & 0x1F, min = 0x80;
-        } else if (c0 >= 0xE0 && c0 <= 0xEF) {
-            extra = 2, c = c0 & 0x0F, min = 0x800;
-        } else if (c0 >= 0xF0 && c0 <= 0xF4) {
-            extra = 3, c = c0 & 0x07, min = 0x10000;
-        } else {
-            return false;
-        }
-        if (i + extra >= n) return false;
-        for (int k = 1; k <= extra; ++k) {
-            auto cc = static_cast<unsigned char>(b[i + k]);
-            if ((cc & 0xC0) != 0x80) return false;
-            c = c << 6 | (cc & 0x3F);
-        }
-        if (c < min || c > 0x10FFFF || isSurrogate(c)) return false;
+    const auto* p = reinterpret_cast<const unsigned char*>(b.data());
+    for (size_t i = 0, length; i < b.size(); i += length) {
+        char32_t c;
+        length = utf8Sequence(p, b.size(), i, c);
+        if (length == 0) return false;
         sink(c);
-        i += extra + 1;
     }
     return true;
 }
@@ -534,32 +540,11 @@ bool walkUTF8(std::string_view b, Unit unit, Ascii16 ascii16) {
                 continue;
             }
         }
-        const unsigned char c0 = p[i];
-        if (c0 < 0x80) {
-            unit(c0);
-            ++i;
-            continue;
-        }
-        int extra;
-        char32_t c, min;
-        if (c0 >= 0xC2 && c0 <= 0xDF) {
-            extra = 1, c = c0 & 0x1F, min = 0x80;
-        } else if (c0 >= 0xE0 && c0 <= 0xEF) {
-            extra = 2, c = c0 & 0x0F, min = 0x800;
-        } else if (c0 >= 0xF0 && c0 <= 0xF4) {
-            extra = 3, c = c0 & 0x07, min = 0x10000;
-        } else {
-            return false;
-        }
-        if (i + extra >= n) return false;
-        for (int k = 1; k <= extra; ++k) {
-            const unsigned char cc = p[i + k];
-            if ((cc & 0xC0) != 0x80) return false;
-            c = c << 6 | (cc & 0x3F);
-        }
-        if (c < min || c > 0x10FFFF || isSurrogate(c)) return false;
+        char32_t c;
+        const size_t length = utf8Sequence(p, n, i, c);
+        if (length == 0) return false;
         unit(c);
-        i += size_t(extra) + 1;
+        i += length;
     }
     return true;
 }

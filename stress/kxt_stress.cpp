@@ -217,340 +217,308 @@ std::string rtfDocument(const std::string& body) {
            body + "}";
 }
 
+// One argument of a table row: bytes made at the run's scale (text in an encoding, a
+// MemoryBlock, or a pointer with its size), or a number.
+using Gen = std::function<std::string(const Scale&)>;
+struct Arg {
+    enum Kind { Text, Memory, Pointer, Integer, Size, Boolean, Real } kind;
+    Gen bytes = nullptr;
+    uint32_t encoding = kREALTextEncodingUTF8;
+    int64_t integer = 0;
+    double real = 0;
+};
+Arg T(Gen g, uint32_t encoding = kREALTextEncodingUTF8) {
+    return {Arg::Text, std::move(g), encoding};
+}
+Arg T(std::string fixed, uint32_t encoding = kREALTextEncodingUTF8) {
+    return T([fixed](const Scale&) { return fixed; }, encoding);
+}
+Arg R(Gen g) {
+    return T(std::move(g), kREALTextEncodingUnknown);
+}
+Arg R(std::string fixed) {
+    return T(std::move(fixed), kREALTextEncodingUnknown);
+}
+Arg U16(Gen ascii) {
+    return T([ascii](const Scale& s) { return asUTF16(ascii(s)); }, kREALTextEncodingUTF16);
+}
+Arg M(Gen g) {
+    return {Arg::Memory, std::move(g)};
+}
+Arg P(Gen g) {
+    return {Arg::Pointer, std::move(g)};
+}
+Arg N(int64_t v) {
+    return {Arg::Integer, nullptr, 0, v};
+}
+Arg B(bool v) {
+    return {Arg::Boolean, nullptr, 0, v};
+}
+Arg D(double v) {
+    return {Arg::Real, nullptr, 0, 0, v};
+}
+const Arg kSize = {Arg::Size};  // the big input's size, as an integer
+
+void apply(Args& a, const Scale& s, const Arg& arg) {
+    switch (arg.kind) {
+        case Arg::Text:
+            return text(a, arg.bytes(s), arg.encoding);
+        case Arg::Memory:
+            return memoryBlock(a, arg.bytes(s));
+        case Arg::Pointer:
+            return pointer(a, arg.bytes(s));
+        case Arg::Integer:
+            return integer(a, arg.integer);
+        case Arg::Size:
+            return integer(a, int64_t(s.bytes));
+        case Arg::Boolean:
+            return boolean(a, arg.integer != 0);
+        case Arg::Real:
+            a.values.push_back(Value::real(arg.real));
+    }
+}
+
+// Generators at the run's scale.
+Gen sized(std::string (*f)(size_t)) {
+    return [f](const Scale& s) { return f(s.bytes); };
+}
+Gen half(std::string (*f)(size_t)) {
+    return [f](const Scale& s) { return f(s.bytes / 2); };
+}
+Gen sp(std::vector<std::string> tokens, std::string fill = kFill) {
+    return [tokens, fill](const Scale& s) { return spread(s.bytes, s.count, cycle(tokens), fill); };
+}
+Gen sp(Token token) {
+    return [token](const Scale& s) { return spread(s.bytes, s.count, token); };
+}
+Gen withLastByte(Gen g, char last) {
+    return [g, last](const Scale& s) {
+        std::string t = g(s);
+        t.back() = last;
+        return t;
+    };
+}
+Gen around(std::string before, Gen g, std::string after) {
+    return [=](const Scale& s) { return before + g(s) + after; };
+}
+Gen rtf(Gen body) {
+    return [body](const Scale& s) { return rtfDocument(body(s)); };
+}
+const Gen kMulti = sized(multilingual), kPlain = sized(plain), kRandom = sized(randomBytes);
+const Gen kAllA = [](const Scale& s) { return std::string(s.bytes, 'a'); };
+const std::string kA4095B = std::string(4095, 'a') + "b";
+const std::string kLongWord = "Grüße Ærøskøbing Ελληνικά русский 日本語の文 😀 naïve façade cafe";
+const std::string kWestern = "Grüße aus Köln, façade œuvre € ";
+const std::vector<std::string> kToEscape = {"<", "&", "\"", "é", "€", "'"};
+const std::vector<std::string> kTags = {"<b>", "</b>", "<br/>", "<a href=\"x\">"};
+
+struct CaseRow {
+    std::string declaration, hard;
+    std::vector<Arg> args;
+};
+
 std::vector<Case> cases() {
+    const std::string kLineEndings =
+        "ReplaceLineEndingsKXT(Text as String, NewLine as String, yield as boolean = false) as "
+        "String";
+    const std::string kPrefix = "HasPrefixKXT(Text as String, Prefix as String) as boolean";
+    const std::string kPostfix = "HasPostfixKXT(Text as String, Prefix as String) as boolean";
+    const std::string kWholeWord =
+        "ContainsWholeWordKXT(Text as String, Word as String) as boolean";
+    const std::string kStringsFrom = "GetStringsFromDataKXT(data as ";
+    const std::string kStringsFromTail = "MinLength as Integer = 0) as string()";
+    const std::string kCheckUTF8 = "CheckUTF8KXT(data as string, Placeholder as string) as string";
+    const std::string kJaro = "JaroWinklerDistanceKXT(a as string, b as string) as double";
+    const std::string kLevenshtein = "LevenshteinDistanceKXT(a as string, b as string) as double";
+    const std::string kRandomBytes =
+        "RandomBytesStringKXT(Length as integer, ASCII as boolean=false) as string";
+    const std::string kCount = "CountOccurancesKXT(s as string, find as string) as integer";
+    const std::string kXOR =
+        "XORKXT(data as string, XorMask as string, MaskOffset as integer = 0) as string";
+    const std::string kUnicode = "UnicodeStringKXT(s as string) as string";
+    const std::string kNative = "NativeStringKXT(s as string) as string";
+    const std::string kToHTML = "EncodingToHTMLKXT(s as string, options as integer = 0) as string";
+    const std::string kFromHTML = "DecodingFromHTMLKXT(s as string) as string";
+    const std::string kToXML = "EncodingToXMLKXT(s as string, options as integer = 0) as string";
+    const std::string kToQP =
+        "EncodingToQuotedPrintableKXT(s as string, LineLen as integer = 72) as string";
+    const std::string kIsASCII = "IsASCIIStringKXT(s as string";
+    const std::string kRemoveTags = "RemoveHTMLTagsKXT(AsciiTextWithTags as string) as string";
+    const std::string kRemoveTagsWith =
+        "RemoveHTMLTagsWithKXT(AsciiTextWithTags as string, Replacement as string) as string";
+    const std::string kInStrBytes = "InStrBytesKXT(target as string, find as string) as integer";
+    const std::string kCompose =
+        "ConvertUnicodeToCharacterCompositionKXT(text as string) as string";
+    const std::string kDecompose =
+        "ConvertUnicodeToCharacterDecompositionKXT(text as string) as string";
+    const std::string kAccents =
+        "RemoveAccentsKXT(text as string, IgnoreCase as boolean = false) as string";
+    const std::string kBroken = "invalid sequences, 3-byte placeholder";
+    const std::string kLinear = " (linear only then)";
+    const Gen halfPlain = half(plain);
+
+    const CaseRow rows[] = {
+        {kLineEndings, "line ends CR LF CRLF -> LF", {T(lineEnds), T("\n")}},
+        {kLineEndings, "line ends -> CRLF, yielding", {T(lineEnds), T("\r\n"), B(true)}},
+        {kPrefix, "prefix as long as text", {T(kPlain), T(kPlain)}},
+        {kPrefix, "UTF-16 text, UTF-8 prefix", {U16(halfPlain), T(halfPlain)}},
+        {kPostfix, "postfix as long as text", {T(kPlain), T(kPlain)}},
+        {kPostfix, "UTF-16 text, UTF-8 postfix", {U16(halfPlain), T(halfPlain)}},
+        {kWholeWord,
+         "word inside other words everywhere",
+         {T(sp({"xword", "wordy", "Word_"})), T("word")}},
+        {kWholeWord, "multilingual, long word absent", {T(kMulti), T(kLongWord)}},
+        {kWholeWord, "periodic: a* against a^4095 b", {T(kAllA), T(kA4095B)}},
+        {kStringsFrom + "ptr, size as Integer, " + kStringsFromTail,
+         "strings between zero bytes",
+         {P(stringsInBinary), N(4)}},
+        {kStringsFrom + "MemoryBlock, " + kStringsFromTail,
+         "strings between zero bytes",
+         {M(stringsInBinary), N(4)}},
+        {kStringsFrom + "String, " + kStringsFromTail,
+         "strings between zero bytes",
+         {R(stringsInBinary), N(4)}},
+        {kStringsFrom + "String, " + kStringsFromTail,
+         "random bytes, default length",
+         {R(kRandom)}},
+        {"CheckUTF8KXT(data as ptr, size as Integer, Placeholder as string) as string",
+         kBroken,
+         {P(brokenUTF8), T("\xEF\xBF\xBD")}},
+        {"CheckUTF8KXT(mem as MemoryBlock, Placeholder as string) as string",
+         kBroken,
+         {M(brokenUTF8), T("\xEF\xBF\xBD")}},
+        {kCheckUTF8, kBroken, {R(brokenUTF8), T("\xEF\xBF\xBD")}},
+        {kCheckUTF8, "valid multilingual", {T(kMulti), T("?")}},
+        {"EncodeEmailSubjectKXT(s as string) as string", "multilingual, all encoded", {T(kMulti)}},
+        {"_yDecodeMemoryKXT(data as memoryblock) as memoryblock", "yEnc escapes", {M(yEncoded)}},
+        {"_yDecodeStringKXT(data as string) as string", "yEnc escapes", {R(yEncoded)}},
+        {kJaro, "long against short" + kLinear, {T(kMulti), T("café naïve")}},
+        {kJaro, "short against long" + kLinear, {T("café naïve"), T(kMulti)}},
+        {kLevenshtein, "long against short" + kLinear, {T(kMulti), T("café naïve")}},
+        {kLevenshtein, "short against long" + kLinear, {T("café naïve"), T(kMulti)}},
+        {"ScientificStrKXT(d as double, digits as integer) as string",
+         "no size input; most digits",
+         {D(1.0 / 3.0), N(1000000000)}},
+        {"StrKXT(d as double) as string", "no size input", {D(-1.7976931348623157e308)}},
+        {kRandomBytes, "size of the result", {kSize}},
+        {kRandomBytes, "size of the result, ASCII", {kSize, B(true)}},
+        {"CreateStringKXT(Length as integer, Content as String) as string",
+         "size of the result",
+         {kSize, T("abc")}},
+        {"StrCompBytesKXT(a as string, b as string) as integer",
+         "equal but the last byte",
+         {T(kPlain), T(withLastByte(kPlain, '!'))}},
+        {"StrCompCharactersKXT(a as string, b as string) as integer",
+         "UTF-8 against UTF-16, equal but the last",
+         {T(halfPlain), U16(withLastByte(halfPlain, '!'))}},
+        {kCount, "matches", {T(sp({"needle"})), T("needle")}},
+        {kCount, "periodic: a* against a^4095 b", {T(kAllA), T(kA4095B)}},
+        {"ClearStringContentKXT(s as String) as Boolean", "size", {T(kPlain)}},
+        {"DetectUnicodeMarkersKXT(s as string) as integer",
+         "size, byte-order mark",
+         {R(around("\xEF\xBB\xBF", kPlain, ""))}},
+        {"GetUnicodeMarkersKXT(kind as integer) as string", "no size input", {N(2)}},
+        {"StringIsHTMLreadyKXT(s as string) as boolean",
+         "entities",
+         {T(sp({"&amp;", "&lt;", "&#233;", "&eacute;"}))}},
+        {"StringIsXMLreadyKXT(s as string) as boolean",
+         "entities",
+         {T(sp({"&amp;", "&lt;", "&#233;", "&quot;"}))}},
+        {"StringANDKXT(a as string,b as string) as string",
+         "two big operands",
+         {R(kRandom), R(kPlain)}},
+        {"StringORKXT(a as string,b as string) as string",
+         "two big operands",
+         {R(kRandom), R(kPlain)}},
+        {"String" + kXOR, "short mask, offset", {R(kRandom), R("secret!"), N(3)}},
+        {"String" + kXOR, "mask as long as data", {R(kRandom), R(kPlain)}},
+        {"StringXOR2" + kXOR.substr(3), "short mask, offset", {R(kRandom), R("secret!"), N(3)}},
+        {kUnicode, "multilingual UTF-8", {T(kMulti)}},
+        {kUnicode, "ISO Latin 1 bytes", {T(sp({"\xE9", "\xFC\xDF"}), kREALTextEncodingISOLatin1)}},
+        {kNative, "multilingual UTF-8", {T(kMulti)}},
+        {kNative, "UTF-16", {U16(halfPlain)}},
+        {"DecodingFromMySQLKXT(s as string) as string",
+         "backslash escapes",
+         {T(sp({"\\n", "\\'", "\\\\", "\\0", "\\Z", "\\%"}))}},
+        {kToHTML, "characters to escape", {T(sp(kToEscape))}},
+        {kToHTML, "multilingual, options 1", {T(kMulti), N(1)}},
+        {kFromHTML, "entities", {T(sp({"&amp;", "&eacute;", "&#233;", "&#x20AC;", "&bogus"}))}},
+        {kFromHTML, "ampersands, no entity ends", {T(sp({"&"}, "abcdefghij"))}},
+        {kToXML, "characters to escape", {T(sp(kToEscape))}},
+        {kToXML, "multilingual, options 1", {T(kMulti), N(1)}},
+        {"DecodingFromXMLKXT(s as string) as string",
+         "entities",
+         {T(sp({"&amp;", "&lt;", "&#233;", "&#x20AC;", "&quot;"}))}},
+        {"EncodingToURLKXT(s as string) as string", "multilingual, all escaped", {T(kMulti)}},
+        {"EncodingToURLKXT(s as string, options as integer) as string",
+         "spaces and plus signs",
+         {T(sp({"+", " ", "%", "/"})), N(1)}},
+        {"DecodingFromURLKXT(s as string) as string",
+         "%xx escapes",
+         {T(sp([](std::string& t, Rng& r, size_t) { t += "%" + hexDigits(r.next(), 2); }))}},
+        {"DecodingFromURLKXT(s as string, options as integer) as string",
+         "%xx escapes and plus signs",
+         {T(sp({"%C3%A9", "+", "%2", "%zz"})), N(1)}},
+        {kToQP, "multilingual, line breaks", {T(kMulti)}},
+        {kToQP, "line ends, one line", {T(lineEnds), N(0)}},
+        {"DecodingFromQuotedPrintableKXT(s as string) as string",
+         "=XX escapes, soft breaks",
+         {T(sp([](std::string& t, Rng& r, size_t i) {
+             t += i % 8 == 7 ? "=\r\n" : "=" + hexDigits(r.next(), 2);
+         }))}},
+        {"HexstringKXT(input as string, hexlen as integer, linelen as integer, linestart as "
+         "string, lineend as string, spacer as string,filler as string) as string",
+         "a dump three times the input",
+         {R([](const Scale& s) { return randomBytes(s.bytes / 4); }), N(2), N(16), T("> "), T("\n"),
+          T(" "), T("..")}},
+        {"EncodingToISO8859KXT(s as string) as string", "Western text", {T([](const Scale& s) {
+             return repeated(s.bytes, kWestern);
+         })}},
+        {"DecodingFromISO8859KXT(s as string) as string",
+         "high bytes",
+         {R(sp({"\xE9", "\xFC\xDF"}))}},
+        {"EncodingToCP1252KXT(s as string) as string", "Western text", {T([](const Scale& s) {
+             return repeated(s.bytes, kWestern);
+         })}},
+        {"DecodingFromCP1252KXT(s as string) as string",
+         "high bytes",
+         {R(sp({"\x80", "\x93\x94"}))}},
+        {"EncodingToHexKXT(s as string) as string", "size", {R(kRandom)}},
+        {"DecodingFromHexKXT(s as string) as string", "hex pairs", {T([](const Scale& s) {
+             std::string t;
+             t.reserve(s.bytes);
+             Rng r;
+             while (t.size() + 8 <= s.bytes) t += hexDigits(r.next(), 8);
+             return t;
+         })}},
+        {"ReplaceNonPrintableCharactersKXT(s as string, replacevalue as integer=46) as string",
+         "control bytes",
+         {R(sp({"\x01", "\x7F", "\x1B", "\x90"}))}},
+        {kIsASCII + ") as boolean", "all ASCII", {T(kPlain)}},
+        {kIsASCII + ", mode as integer) as boolean", "all ASCII, mode 1", {T(kPlain), N(1)}},
+        {kRemoveTags, "tags", {T(sp(kTags))}},
+        {kRemoveTags, "'<' never closed", {T(sp({"<"}))}},
+        {kRemoveTagsWith, "tags", {T(sp(kTags)), T(" \xE2\x80\xA2 ")}},
+        {kRemoveTagsWith, "'<' never closed", {T(sp({"<"})), T("#")}},
+    };
     std::vector<Case> c;
     auto add = [&](std::string declaration, std::string hard,
                    std::function<void(Args&, const Scale&)> make, Kind kind = Kind::Method) {
         c.push_back({std::move(declaration), std::move(hard), std::move(make), kind});
     };
-    const std::string kReplaceLineEndings =
-        "ReplaceLineEndingsKXT(Text as String, NewLine as String, yield as boolean = false) as "
-        "String";
-    add(kReplaceLineEndings, "line ends CR LF CRLF -> LF", [](Args& a, const Scale& s) {
-        text(a, lineEnds(s));
-        text(a, "\n");
-    });
-    add(kReplaceLineEndings, "line ends -> CRLF, yielding", [](Args& a, const Scale& s) {
-        text(a, lineEnds(s));
-        text(a, "\r\n");
-        boolean(a, true);
-    });
-    add("HasPrefixKXT(Text as String, Prefix as String) as boolean", "prefix as long as text",
-        [](Args& a, const Scale& s) {
-            text(a, plain(s.bytes));
-            text(a, plain(s.bytes));
-        });
-    add("HasPrefixKXT(Text as String, Prefix as String) as boolean", "UTF-16 text, UTF-8 prefix",
-        [](Args& a, const Scale& s) {
-            text(a, asUTF16(plain(s.bytes / 2)), kREALTextEncodingUTF16);
-            text(a, plain(s.bytes / 2));
-        });
-    add("HasPostfixKXT(Text as String, Prefix as String) as boolean", "postfix as long as text",
-        [](Args& a, const Scale& s) {
-            text(a, plain(s.bytes));
-            text(a, plain(s.bytes));
-        });
-    add("HasPostfixKXT(Text as String, Prefix as String) as boolean", "UTF-16 text, UTF-8 postfix",
-        [](Args& a, const Scale& s) {
-            text(a, asUTF16(plain(s.bytes / 2)), kREALTextEncodingUTF16);
-            text(a, plain(s.bytes / 2));
-        });
-    add("ContainsWholeWordKXT(Text as String, Word as String) as boolean",
-        "word inside other words everywhere", [](Args& a, const Scale& s) {
-            text(a, spread(s.bytes, s.count, cycle({"xword", "wordy", "Word_"})));
-            text(a, "word");
-        });
-    add("ContainsWholeWordKXT(Text as String, Word as String) as boolean",
-        "multilingual, long word absent", [](Args& a, const Scale& s) {
-            text(a, multilingual(s.bytes));
-            text(a, "Grüße Ærøskøbing Ελληνικά русский 日本語の文 😀 naïve façade cafe");
-        });
-    add("ContainsWholeWordKXT(Text as String, Word as String) as boolean",
-        "periodic: a* against a^4095 b", [](Args& a, const Scale& s) {
-            text(a, std::string(s.bytes, 'a'));
-            text(a, std::string(4095, 'a') + "b");
-        });
-    add("GetStringsFromDataKXT(data as ptr, size as Integer, MinLength as Integer = 0) as "
-        "string()",
-        "strings between zero bytes", [](Args& a, const Scale& s) {
-            pointer(a, stringsInBinary(s));
-            integer(a, 4);
-        });
-    add("GetStringsFromDataKXT(data as MemoryBlock, MinLength as Integer = 0) as string()",
-        "strings between zero bytes", [](Args& a, const Scale& s) {
-            memoryBlock(a, stringsInBinary(s));
-            integer(a, 4);
-        });
-    add("GetStringsFromDataKXT(data as String, MinLength as Integer = 0) as string()",
-        "strings between zero bytes", [](Args& a, const Scale& s) {
-            raw(a, stringsInBinary(s));
-            integer(a, 4);
-        });
-    add("GetStringsFromDataKXT(data as String, MinLength as Integer = 0) as string()",
-        "random bytes, default length",
-        [](Args& a, const Scale& s) { raw(a, randomBytes(s.bytes)); });
-    add("CheckUTF8KXT(data as ptr, size as Integer, Placeholder as string) as string",
-        "invalid sequences, 3-byte placeholder", [](Args& a, const Scale& s) {
-            pointer(a, brokenUTF8(s));
-            text(a, "\xEF\xBF\xBD");
-        });
-    add("CheckUTF8KXT(mem as MemoryBlock, Placeholder as string) as string",
-        "invalid sequences, 3-byte placeholder", [](Args& a, const Scale& s) {
-            memoryBlock(a, brokenUTF8(s));
-            text(a, "\xEF\xBF\xBD");
-        });
-    add("CheckUTF8KXT(data as string, Placeholder as string) as string",
-        "invalid sequences, 3-byte placeholder", [](Args& a, const Scale& s) {
-            raw(a, brokenUTF8(s));
-            text(a, "\xEF\xBF\xBD");
-        });
-    add("CheckUTF8KXT(data as string, Placeholder as string) as string", "valid multilingual",
-        [](Args& a, const Scale& s) {
-            text(a, multilingual(s.bytes));
-            text(a, "?");
-        });
-    add("EncodeEmailSubjectKXT(s as string) as string", "multilingual, all encoded",
-        [](Args& a, const Scale& s) { text(a, multilingual(s.bytes)); });
-    add("_yDecodeMemoryKXT(data as memoryblock) as memoryblock", "yEnc escapes",
-        [](Args& a, const Scale& s) { memoryBlock(a, yEncoded(s)); });
-    add("_yDecodeStringKXT(data as string) as string", "yEnc escapes",
-        [](Args& a, const Scale& s) { raw(a, yEncoded(s)); });
-    add("JaroWinklerDistanceKXT(a as string, b as string) as double",
-        "long against short (linear only then)", [](Args& a, const Scale& s) {
-            text(a, multilingual(s.bytes));
-            text(a, "café naïve");
-        });
-    add("JaroWinklerDistanceKXT(a as string, b as string) as double",
-        "short against long (linear only then)", [](Args& a, const Scale& s) {
-            text(a, "café naïve");
-            text(a, multilingual(s.bytes));
-        });
-    add("LevenshteinDistanceKXT(a as string, b as string) as double",
-        "long against short (linear only then)", [](Args& a, const Scale& s) {
-            text(a, multilingual(s.bytes));
-            text(a, "café naïve");
-        });
-    add("LevenshteinDistanceKXT(a as string, b as string) as double",
-        "short against long (linear only then)", [](Args& a, const Scale& s) {
-            text(a, "café naïve");
-            text(a, multilingual(s.bytes));
-        });
-    add("ScientificStrKXT(d as double, digits as integer) as string", "no size input; most digits",
-        [](Args& a, const Scale&) {
-            a.values.push_back(Value::real(1.0 / 3.0));
-            integer(a, 1000000000);
-        });
-    add("StrKXT(d as double) as string", "no size input",
-        [](Args& a, const Scale&) { a.values.push_back(Value::real(-1.7976931348623157e308)); });
-    add("RandomBytesStringKXT(Length as integer, ASCII as boolean=false) as string",
-        "size of the result", [](Args& a, const Scale& s) { integer(a, int64_t(s.bytes)); });
-    add("RandomBytesStringKXT(Length as integer, ASCII as boolean=false) as string",
-        "size of the result, ASCII", [](Args& a, const Scale& s) {
-            integer(a, int64_t(s.bytes));
-            boolean(a, true);
-        });
-    add("CreateStringKXT(Length as integer, Content as String) as string", "size of the result",
-        [](Args& a, const Scale& s) {
-            integer(a, int64_t(s.bytes));
-            text(a, "abc");
-        });
-    add("StrCompBytesKXT(a as string, b as string) as integer", "equal but the last byte",
-        [](Args& a, const Scale& s) {
-            std::string t = plain(s.bytes);
-            text(a, t);
-            t.back() = '!';
-            text(a, t);
-        });
-    add("StrCompCharactersKXT(a as string, b as string) as integer",
-        "UTF-8 against UTF-16, equal but the last", [](Args& a, const Scale& s) {
-            std::string t = plain(s.bytes / 2);
-            text(a, t);
-            t.back() = '!';
-            text(a, asUTF16(t), kREALTextEncodingUTF16);
-        });
-    add("CountOccurancesKXT(s as string, find as string) as integer", "matches",
-        [](Args& a, const Scale& s) {
-            text(a, spread(s.bytes, s.count, cycle({"needle"})));
-            text(a, "needle");
-        });
-    add("CountOccurancesKXT(s as string, find as string) as integer",
-        "periodic: a* against a^4095 b", [](Args& a, const Scale& s) {
-            text(a, std::string(s.bytes, 'a'));
-            text(a, std::string(4095, 'a') + "b");
-        });
-    add("ClearStringContentKXT(s as String) as Boolean", "size",
-        [](Args& a, const Scale& s) { text(a, plain(s.bytes)); });
-    add("DetectUnicodeMarkersKXT(s as string) as integer", "size, byte-order mark",
-        [](Args& a, const Scale& s) { raw(a, "\xEF\xBB\xBF" + plain(s.bytes)); });
-    add("GetUnicodeMarkersKXT(kind as integer) as string", "no size input",
-        [](Args& a, const Scale&) { integer(a, 2); });
-    add("StringIsHTMLreadyKXT(s as string) as boolean", "entities", [](Args& a, const Scale& s) {
-        text(a, spread(s.bytes, s.count, cycle({"&amp;", "&lt;", "&#233;", "&eacute;"})));
-    });
-    add("StringIsXMLreadyKXT(s as string) as boolean", "entities", [](Args& a, const Scale& s) {
-        text(a, spread(s.bytes, s.count, cycle({"&amp;", "&lt;", "&#233;", "&quot;"})));
-    });
-    add("StringANDKXT(a as string,b as string) as string", "two big operands",
-        [](Args& a, const Scale& s) {
-            raw(a, randomBytes(s.bytes));
-            raw(a, plain(s.bytes));
-        });
-    add("StringORKXT(a as string,b as string) as string", "two big operands",
-        [](Args& a, const Scale& s) {
-            raw(a, randomBytes(s.bytes));
-            raw(a, plain(s.bytes));
-        });
-    add("StringXORKXT(data as string, XorMask as string, MaskOffset as integer = 0) as string",
-        "short mask, offset", [](Args& a, const Scale& s) {
-            raw(a, randomBytes(s.bytes));
-            raw(a, "secret!");
-            integer(a, 3);
-        });
-    add("StringXORKXT(data as string, XorMask as string, MaskOffset as integer = 0) as string",
-        "mask as long as data", [](Args& a, const Scale& s) {
-            raw(a, randomBytes(s.bytes));
-            raw(a, plain(s.bytes));
-        });
-    add("StringXOR2KXT(data as string, XorMask as string, MaskOffset as integer = 0) as string",
-        "short mask, offset", [](Args& a, const Scale& s) {
-            raw(a, randomBytes(s.bytes));
-            raw(a, "secret!");
-            integer(a, 3);
-        });
-    add("UnicodeStringKXT(s as string) as string", "multilingual UTF-8",
-        [](Args& a, const Scale& s) { text(a, multilingual(s.bytes)); });
-    add("UnicodeStringKXT(s as string) as string", "ISO Latin 1 bytes",
-        [](Args& a, const Scale& s) {
-            text(a, spread(s.bytes, s.count, cycle({"\xE9", "\xFC\xDF"})),
-                 kREALTextEncodingISOLatin1);
-        });
-    add("NativeStringKXT(s as string) as string", "multilingual UTF-8",
-        [](Args& a, const Scale& s) { text(a, multilingual(s.bytes)); });
-    add("NativeStringKXT(s as string) as string", "UTF-16", [](Args& a, const Scale& s) {
-        text(a, asUTF16(plain(s.bytes / 2)), kREALTextEncodingUTF16);
-    });
-    add("DecodingFromMySQLKXT(s as string) as string", "backslash escapes",
-        [](Args& a, const Scale& s) {
-            text(a, spread(s.bytes, s.count, cycle({"\\n", "\\'", "\\\\", "\\0", "\\Z", "\\%"})));
-        });
-    add("EncodingToHTMLKXT(s as string, options as integer = 0) as string", "characters to escape",
-        [](Args& a, const Scale& s) {
-            text(a, spread(s.bytes, s.count, cycle({"<", "&", "\"", "é", "€", "'"})));
-        });
-    add("EncodingToHTMLKXT(s as string, options as integer = 0) as string",
-        "multilingual, options 1", [](Args& a, const Scale& s) {
-            text(a, multilingual(s.bytes));
-            integer(a, 1);
-        });
-    add("DecodingFromHTMLKXT(s as string) as string", "entities", [](Args& a, const Scale& s) {
-        text(a, spread(s.bytes, s.count,
-                       cycle({"&amp;", "&eacute;", "&#233;", "&#x20AC;", "&bogus"})));
-    });
-    add("DecodingFromHTMLKXT(s as string) as string", "ampersands, no entity ends",
-        [](Args& a, const Scale& s) {
-            text(a, spread(s.bytes, s.count, cycle({"&"}), "abcdefghij"));
-        });
-    add("EncodingToXMLKXT(s as string, options as integer = 0) as string", "characters to escape",
-        [](Args& a, const Scale& s) {
-            text(a, spread(s.bytes, s.count, cycle({"<", "&", "\"", "é", "€", "'"})));
-        });
-    add("EncodingToXMLKXT(s as string, options as integer = 0) as string",
-        "multilingual, options 1", [](Args& a, const Scale& s) {
-            text(a, multilingual(s.bytes));
-            integer(a, 1);
-        });
-    add("DecodingFromXMLKXT(s as string) as string", "entities", [](Args& a, const Scale& s) {
-        text(a, spread(s.bytes, s.count, cycle({"&amp;", "&lt;", "&#233;", "&#x20AC;", "&quot;"})));
-    });
-    add("EncodingToURLKXT(s as string) as string", "multilingual, all escaped",
-        [](Args& a, const Scale& s) { text(a, multilingual(s.bytes)); });
-    add("EncodingToURLKXT(s as string, options as integer) as string", "spaces and plus signs",
-        [](Args& a, const Scale& s) {
-            text(a, spread(s.bytes, s.count, cycle({"+", " ", "%", "/"})));
-            integer(a, 1);
-        });
-    add("DecodingFromURLKXT(s as string) as string", "%xx escapes", [](Args& a, const Scale& s) {
-        text(a, spread(s.bytes, s.count,
-                       [](std::string& t, Rng& r, size_t) { t += "%" + hexDigits(r.next(), 2); }));
-    });
-    add("DecodingFromURLKXT(s as string, options as integer) as string",
-        "%xx escapes and plus signs", [](Args& a, const Scale& s) {
-            text(a, spread(s.bytes, s.count, cycle({"%C3%A9", "+", "%2", "%zz"})));
-            integer(a, 1);
-        });
-    add("EncodingToQuotedPrintableKXT(s as string, LineLen as integer = 72) as string",
-        "multilingual, line breaks",
-        [](Args& a, const Scale& s) { text(a, multilingual(s.bytes)); });
-    add("EncodingToQuotedPrintableKXT(s as string, LineLen as integer = 72) as string",
-        "line ends, one line", [](Args& a, const Scale& s) {
-            text(a, lineEnds(s));
-            integer(a, 0);
-        });
-    add("DecodingFromQuotedPrintableKXT(s as string) as string", "=XX escapes, soft breaks",
-        [](Args& a, const Scale& s) {
-            text(a, spread(s.bytes, s.count, [](std::string& t, Rng& r, size_t i) {
-                     t += i % 8 == 7 ? "=\r\n" : "=" + hexDigits(r.next(), 2);
-                 }));
-        });
-    add("HexstringKXT(input as string, hexlen as integer, linelen as integer, linestart as "
-        "string, lineend as string, spacer as string,filler as string) as string",
-        "a dump three times the input", [](Args& a, const Scale& s) {
-            raw(a, randomBytes(s.bytes / 4));
-            integer(a, 2);
-            integer(a, 16);
-            text(a, "> ");
-            text(a, "\n");
-            text(a, " ");
-            text(a, "..");
-        });
-    add("EncodingToISO8859KXT(s as string) as string", "Western text", [](Args& a, const Scale& s) {
-        text(a, repeated(s.bytes, "Grüße aus Köln, façade œuvre € "));
-    });
-    add("DecodingFromISO8859KXT(s as string) as string", "high bytes", [](Args& a, const Scale& s) {
-        raw(a, spread(s.bytes, s.count, cycle({"\xE9", "\xFC\xDF"})));
-    });
-    add("EncodingToCP1252KXT(s as string) as string", "Western text", [](Args& a, const Scale& s) {
-        text(a, repeated(s.bytes, "Grüße aus Köln, façade œuvre € "));
-    });
-    add("DecodingFromCP1252KXT(s as string) as string", "high bytes", [](Args& a, const Scale& s) {
-        raw(a, spread(s.bytes, s.count, cycle({"\x80", "\x93\x94"})));
-    });
-    add("EncodingToHexKXT(s as string) as string", "size",
-        [](Args& a, const Scale& s) { raw(a, randomBytes(s.bytes)); });
-    add("DecodingFromHexKXT(s as string) as string", "hex pairs", [](Args& a, const Scale& s) {
-        std::string t;
-        t.reserve(s.bytes);
-        Rng r;
-        while (t.size() + 8 <= s.bytes) t += hexDigits(r.next(), 8);
-        text(a, t);
-    });
-    add("ReplaceNonPrintableCharactersKXT(s as string, replacevalue as integer=46) as string",
-        "control bytes", [](Args& a, const Scale& s) {
-            raw(a, spread(s.bytes, s.count, cycle({"\x01", "\x7F", "\x1B", "\x90"})));
-        });
-    add("IsASCIIStringKXT(s as string) as boolean", "all ASCII",
-        [](Args& a, const Scale& s) { text(a, plain(s.bytes)); });
-    add("IsASCIIStringKXT(s as string, mode as integer) as boolean", "all ASCII, mode 1",
-        [](Args& a, const Scale& s) {
-            text(a, plain(s.bytes));
-            integer(a, 1);
-        });
-    add("RemoveHTMLTagsKXT(AsciiTextWithTags as string) as string", "tags",
-        [](Args& a, const Scale& s) {
-            text(a, spread(s.bytes, s.count, cycle({"<b>", "</b>", "<br/>", "<a href=\"x\">"})));
-        });
-    add("RemoveHTMLTagsKXT(AsciiTextWithTags as string) as string", "'<' never closed",
-        [](Args& a, const Scale& s) { text(a, spread(s.bytes, s.count, cycle({"<"}))); });
-    add("RemoveHTMLTagsWithKXT(AsciiTextWithTags as string, Replacement as string) as string",
-        "tags", [](Args& a, const Scale& s) {
-            text(a, spread(s.bytes, s.count, cycle({"<b>", "</b>", "<br/>", "<a href=\"x\">"})));
-            text(a, " \xE2\x80\xA2 ");
-        });
-    add("RemoveHTMLTagsWithKXT(AsciiTextWithTags as string, Replacement as string) as string",
-        "'<' never closed", [](Args& a, const Scale& s) {
-            text(a, spread(s.bytes, s.count, cycle({"<"})));
-            text(a, "#");
-        });
+    // An assigned RTF goes to a new StyledText.
+    auto addRow = [&](const CaseRow& row, Kind kind = Kind::Method) {
+        add(
+            row.declaration, row.hard,
+            [args = row.args, kind](Args& a, const Scale& s) {
+                if (kind == Kind::RTFSetter) {
+                    a.values.push_back(xhost::Host::current()->newStyledText({}));
+                }
+                for (const Arg& arg : args) apply(a, s, arg);
+            },
+            kind);
+    };
+    for (const CaseRow& row : rows) addRow(row);
     for (int parts = 6; parts >= 2; --parts) {
         std::string d = "ConcatBinaryStringsKXT(";
         for (int i = 0; i < parts; ++i) {
@@ -566,62 +534,39 @@ std::vector<Case> cases() {
                 }
             });
     }
-    add("SQLReplaceBooleanKXT(SQL as string) as string", "boolean literals",
-        [](Args& a, const Scale& s) {
-            text(a, spread(s.bytes, s.count, cycle({" TRUE", " false", " 'true'", " True;"})));
-        });
-    add("InStrBytesKXT(target as string, find as string) as integer", "found at the very end",
-        [](Args& a, const Scale& s) {
-            text(a, plain(s.bytes) + "#needle#");
-            text(a, "#needle#");
-        });
-    add("InStrBytesKXT(target as string, find as string) as integer",
-        "periodic: a* against a^4095 b", [](Args& a, const Scale& s) {
-            text(a, std::string(s.bytes, 'a'));
-            text(a, std::string(4095, 'a') + "b");
-        });
-    auto ranges = [](int n, bool find) {
-        std::string d = "InStrByteRangeKXT(target as string, ";
-        if (find) d += "find as string, ";
-        const char* suffix[] = {"", "2", "3"};
-        for (int i = 0; i < n; ++i) {
-            d += std::string(i ? ", " : "") + "StartValue" + suffix[i] + " as integer, EndValue" +
-                 suffix[i] + " as integer";
-        }
-        return d + ") as integer";
+    const CaseRow more[] = {
+        {"SQLReplaceBooleanKXT(SQL as string) as string",
+         "boolean literals",
+         {T(sp({" TRUE", " false", " 'true'", " True;"}))}},
+        {kInStrBytes, "found at the very end", {T(around("", kPlain, "#needle#")), T("#needle#")}},
+        {kInStrBytes, "periodic: a* against a^4095 b", {T(kAllA), T(kA4095B)}},
     };
+    for (const CaseRow& row : more) addRow(row);
     for (int n = 1; n <= 3; ++n) {
-        add(ranges(n, false), "no byte in range until the end", [n](Args& a, const Scale& s) {
-            text(a, plain(s.bytes) + "\x01");
+        for (bool find : {false, true}) {
+            std::string d = "InStrByteRangeKXT(target as string, ";
+            if (find) d += "find as string, ";
+            CaseRow row{"", "no byte in range until the end", {T(around("", kPlain, "\x01"))}};
+            if (find) row.args.push_back(T("#"));
+            const char* suffix[] = {"", "2", "3"};
             for (int i = 0; i < n; ++i) {
-                integer(a, 1 + i);
-                integer(a, 1 + i);
+                d += std::string(i ? ", " : "") + "StartValue" + suffix[i] +
+                     " as integer, EndValue" + suffix[i] + " as integer";
+                row.args.insert(row.args.end(), {N(1 + i), N(1 + i)});
             }
-        });
-        add(ranges(n, true), "no byte in range until the end", [n](Args& a, const Scale& s) {
-            text(a, plain(s.bytes) + "\x01");
-            text(a, "#");
-            for (int i = 0; i < n; ++i) {
-                integer(a, 1 + i);
-                integer(a, 1 + i);
-            }
-        });
+            row.declaration = d + ") as integer";
+            addRow(row);
+        }
     }
-    add("ConvertUnicodeToCharacterCompositionKXT(text as string) as string",
-        "combining marks to compose", [](Args& a, const Scale& s) { text(a, decomposed(s)); });
-    add("ConvertUnicodeToCharacterCompositionKXT(text as string) as string",
-        "one base, one run of all the marks", [](Args& a, const Scale& s) { text(a, markRun(s)); });
-    add("ConvertUnicodeToCharacterDecompositionKXT(text as string) as string",
-        "precomposed letters", [](Args& a, const Scale& s) { text(a, precomposed(s)); });
-    add("ConvertUnicodeToCharacterDecompositionKXT(text as string) as string",
-        "one base, one run of all the marks", [](Args& a, const Scale& s) { text(a, markRun(s)); });
-    add("RemoveAccentsKXT(text as string, IgnoreCase as boolean = false) as string",
-        "accented letters", [](Args& a, const Scale& s) { text(a, precomposed(s)); });
-    add("RemoveAccentsKXT(text as string, IgnoreCase as boolean = false) as string",
-        "multilingual, ignoring case", [](Args& a, const Scale& s) {
-            text(a, multilingual(s.bytes));
-            boolean(a, true);
-        });
+    const CaseRow unicode[] = {
+        {kCompose, "combining marks to compose", {T(decomposed)}},
+        {kCompose, "one base, one run of all the marks", {T(markRun)}},
+        {kDecompose, "precomposed letters", {T(precomposed)}},
+        {kDecompose, "one base, one run of all the marks", {T(markRun)}},
+        {kAccents, "accented letters", {T(precomposed)}},
+        {kAccents, "multilingual, ignoring case", {T(kMulti), B(true)}},
+    };
+    for (const CaseRow& row : unicode) addRow(row);
 
     // RTFDataKXT: a styled text to read, or RTF to assign to a new one.
     const std::string kGetter =
@@ -658,38 +603,21 @@ std::vector<Case> cases() {
             a.values.push_back(xhost::Host::current()->newStyledText(runs));
         },
         Kind::RTFGetter);
-    add(
-        kSetter, "control words, groups, escapes",
-        [](Args& a, const Scale& s) {
-            a.values.push_back(xhost::Host::current()->newStyledText({}));
-            raw(a, rtfDocument(spread(s.bytes, s.count,
-                                      cycle({"{\\b bold}", "\\par ", "\\'e9", "\\u8364?",
-                                             "{\\i\\cf1 x}", "\\tab ", "\\f1 ", "\\f0 "}))));
-        },
-        Kind::RTFSetter);
-    add(
-        kSetter, "paragraphs only",
-        [](Args& a, const Scale& s) {
-            a.values.push_back(xhost::Host::current()->newStyledText({}));
-            raw(a, rtfDocument(spread(s.bytes, s.count, cycle({"\\par\n"}))));
-        },
-        Kind::RTFSetter);
-    add(
-        kSetter, "style change every few bytes",
-        [](Args& a, const Scale& s) {
-            a.values.push_back(xhost::Host::current()->newStyledText({}));
-            raw(a, rtfDocument(
-                       spread(s.bytes, s.count, cycle({"\\b ", "\\b0 ", "\\cf2 ", "\\cf0 "}))));
-        },
-        Kind::RTFSetter);
-    add(
-        kSetter, "groups nested deep",
-        [](Args& a, const Scale& s) {
-            a.values.push_back(xhost::Host::current()->newStyledText({}));
-            const size_t depth = std::min(s.count, s.bytes / 2);
-            raw(a, rtfDocument(std::string(depth, '{') + "x" + std::string(depth, '}')));
-        },
-        Kind::RTFSetter);
+    const CaseRow setters[] = {
+        {kSetter,
+         "control words, groups, escapes",
+         {R(rtf(sp({"{\\b bold}", "\\par ", "\\'e9", "\\u8364?", "{\\i\\cf1 x}", "\\tab ", "\\f1 ",
+                    "\\f0 "})))}},
+        {kSetter, "paragraphs only", {R(rtf(sp({"\\par\n"})))}},
+        {kSetter,
+         "style change every few bytes",
+         {R(rtf(sp({"\\b ", "\\b0 ", "\\cf2 ", "\\cf0 "})))}},
+        {kSetter, "groups nested deep", {R(rtf([](const Scale& s) {
+             const size_t depth = std::min(s.count, s.bytes / 2);
+             return std::string(depth, '{') + "x" + std::string(depth, '}');
+         }))}},
+    };
+    for (const CaseRow& row : setters) addRow(row, Kind::RTFSetter);
     add(
         kSetter, "groups nested deep, each changing the style",
         [](Args& a, const Scale& s) {

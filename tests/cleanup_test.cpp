@@ -34,32 +34,6 @@ std::string visible(std::string_view s) {
 
 // ---- Line endings ------------------------------------------------------------------------------
 
-struct LineCase {
-    std::string text, newline, expected;
-};
-
-TEST(ReplaceLineEndings, EachKindOfBreakBecomesOneNewLine) {
-    const LineCase cases[] = {
-        {"a\r\nb\nc\rd", "\n", "a\nb\nc\nd"},
-        {"a\n\rb", "|", "a|b"},  // LF CR is one break, like CR LF
-        {"a\r\rb", "|", "a||b"},
-        {"a\n\nb", "|", "a||b"},
-        {"a\r\n\r\nb", "|", "a||b"},
-        {"a\n\r\nb", "|", "a||b"},
-        {"\r", "<br>", "<br>"},
-        {"\r\n", "", ""},
-        {"x\r\ny", "", "xy"},
-        {"no breaks", "\r\n", "no breaks"},
-        {"", "\n", ""},
-        {"a\nb", "\r\n", "a\r\nb"},
-        {"zero\0byte\n"s, "|", "zero\0byte|"s},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(visible(kxt::replaceLineEndings(c.text, c.newline).view()), visible(c.expected))
-            << visible(c.text) << " with " << visible(c.newline);
-    }
-}
-
 // The definition, one byte at a time, counting the steps that end on a 16 MiB address.
 std::string referenceLineEndings(std::string_view t, std::string_view newline, int& yields) {
     std::string out;

@@ -13,28 +13,6 @@ namespace {
 
 using namespace std::string_literals;
 
-TEST(HexEncode, WritesTwoUpperCaseDigitsPerByte) {
-    const std::pair<std::string, std::string> cases[] = {
-        {"\x00\xFF"s, "00FF"}, {"", ""}, {"Az\n", "417A0A"}, {"\x9C\x0F", "9C0F"}};
-    for (const auto& [in, expected] : cases) EXPECT_EQ(kxt::encodeHex(in), expected);
-}
-
-TEST(HexDecode, ReadsPairsWithNonDigitsAsZero) {
-    const std::pair<std::string, std::string> cases[] = {
-        {"00ff41", "\x00\xFF\x41"s},
-        {"00FFa0", "\x00\xFF\xA0"s},
-        {"414", "A"},  // an odd last character is ignored
-        {"4", ""},
-        {"", ""},
-        {"zz", "\x00"s},
-        {"4 1", "\x40"},  // blanks take their place in the pair
-        {"4 14", "\x40\x14"},
-        {"0x41", "\x00\x41"s},
-        {"g1G2", "\x01\x02"},
-    };
-    for (const auto& [in, expected] : cases) EXPECT_EQ(kxt::decodeHex(in), expected) << in;
-}
-
 TEST(HexProperty, DecodingUndoesEncodingInEitherCase) {
     std::mt19937 rng(16);
     for (int round = 0; round < 2000; ++round) {
@@ -102,22 +80,6 @@ kxt::HexLayout layout(int64_t hexlen, int64_t linelen, std::string_view start = 
                       std::string_view end = "", std::string_view spacer = "",
                       std::string_view filler = "") {
     return {hexlen, linelen, start, end, spacer, filler};
-}
-
-TEST(Hexstring, LaysOutLinesAndPadsTheLastOne) {
-    const std::tuple<std::string, kxt::HexLayout, std::string> cases[] = {
-        {"ABC", layout(2, 2, "[", "]", " "), "[41 42][43 00]"},
-        {"ABC", layout(2, 2, "[", "]", " ", "xy"), "[41 42][43 xy]"},
-        {"ABC", layout(2, 3, "", "\n", " ", "."), "41 42 43\n"},
-        {"ABC", layout(3, 1, "", "|"), "414|243|"},
-        {"ABCDE", layout(4, 1, "", "", "", "xy"),
-         "41424344"
-         "45xy"},
-        {"AB", layout(2, 1, "", "\n"), "41\n42\n"},
-        {"A", layout(1, 1, "<", ">", "-"), "<4><1>"},
-        {"\xFF", layout(8, 2, "", "", " ", "abc"), "FFabcabc abcabcab"},
-    };
-    for (const auto& [in, l, expected] : cases) EXPECT_EQ(kxt::hexstring(in, l), expected) << in;
 }
 
 TEST(Hexstring, RejectsEmptyInputAndNonPositiveSizes) {

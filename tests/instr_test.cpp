@@ -21,22 +21,6 @@ std::vector<kxt::ByteRange> toRanges(const std::vector<ref::Range>& r) {
     return out;
 }
 
-TEST(FirstOfAny, FindsTheFirstByteOfTheSetNotASubstring) {
-    struct Row {
-        std::string target, set;
-        int64_t expected;
-    } rows[] = {
-        {"hello", "ol", 3},
-        {"hello", "xyz", 0},
-        {"", "a", 0},
-        {"abc", "", 0},
-        {"abc\xFF", "\xFF", 4},
-        {"a\0b"s, "\0"s, 2},
-        {std::string(40, 'x') + "y", "zy", 41},  // past the first vector block
-    };
-    for (const Row& r : rows) EXPECT_EQ(kxt::firstOfAny(r.target, r.set), r.expected) << r.target;
-}
-
 TEST(ByteRanges, UnsignedWithoutFindSignedWithFind) {
     const std::vector<kxt::ByteRange> upper{{128, 255}}, negative{{-128, -1}};
     EXPECT_EQ(kxt::firstInRanges("abc", std::vector<kxt::ByteRange>{{98, 99}}), 2);
@@ -69,20 +53,6 @@ TEST(Compare, ZeroPaddedAndTheEmptyOperandRules) {
     }
 }
 
-TEST(CountOccurrences, NonOverlappingLeftToRight) {
-    struct Row {
-        std::string s, find;
-        int64_t expected;
-    } rows[] = {
-        {"aaaa", "aa", 2},  {"aaaaa", "aa", 2}, {"aaaa", "", 0},
-        {"", "a", 0},       {"abc", "abcd", 0}, {"abcabc", "abc", 2},
-        {"banana", "a", 3}, {"aXbXc", "X", 2},  {"abababa", "aba", 2},
-    };
-    for (const Row& r : rows) {
-        EXPECT_EQ(kxt::countOccurrences(r.s, r.find), r.expected) << r.s << " / " << r.find;
-    }
-}
-
 TEST(PrefixSuffix, ByteExactAndNeverEmpty) {
     EXPECT_TRUE(kxt::hasPrefix("abc", "ab"));
     EXPECT_FALSE(kxt::hasPrefix("abc", "Ab"));
@@ -92,37 +62,6 @@ TEST(PrefixSuffix, ByteExactAndNeverEmpty) {
     EXPECT_TRUE(kxt::hasSuffix("abc", "abc"));
     EXPECT_FALSE(kxt::hasSuffix("abc", ""));
     EXPECT_FALSE(kxt::hasSuffix("abc", "ab"));
-}
-
-TEST(WholeWord, LettersOnlyAreWordCharacters) {
-    struct Row {
-        std::string text, word;
-        bool expected;
-    } rows[] = {
-        {"Hello World", "world", true},
-        {"HelloWorld", "world", false},
-        {"foo 1world2", "world", true},  // digits are not word characters
-        {"ab_", "ab", true},
-        {"\xC3\xA9"
-         "ab\xC3\xA9",
-         "ab", true},                     // nor are bytes >= 128
-        {"worlds world", "world", true},  // the second occurrence
-        {"worldworld", "world", false},   // resumes behind the first, not one byte on
-        {"xworld world", "WORLD", true},
-        {"world", "worlds", false},
-        {"", "a", false},
-        {"a", "", false},
-        {"xab\0 ab"s, "ab", false},  // the search ends at the first zero byte
-        {"x ab\0ab"s, "ab", true},
-    };
-    for (const Row& r : rows) {
-        EXPECT_EQ(kxt::containsWholeWord(r.text, r.word), r.expected) << r.text << " / " << r.word;
-    }
-    EXPECT_TRUE(kxt::isWordChar('a'));
-    EXPECT_TRUE(kxt::isWordChar('Z'));
-    EXPECT_FALSE(kxt::isWordChar('5'));
-    EXPECT_FALSE(kxt::isWordChar('_'));
-    EXPECT_FALSE(kxt::isWordChar(0xE9));
 }
 
 // Alphabets that make matches likely, and the sign-bit boundary.

@@ -8,6 +8,8 @@
 #include <random>
 #include <string>
 
+#include "utf_reference.h"
+
 namespace {
 
 using namespace std::string_literals;
@@ -23,20 +25,6 @@ std::u16string decode(std::string_view bytes, const kxt::CodePage& page) {
 
 TEST(CodePageTables, ISO8859IsTheIdentity) {
     for (int b = 0; b < 256; ++b) EXPECT_EQ(kxt::ISO8859Table[b], b);
-}
-
-TEST(CodePageTables, CP1252DiffersOnlyIn80To9FWithFiveUndefinedBytesAtZero) {
-    int zeros = 0;
-    for (int b = 0; b < 256; ++b) {
-        if (b < 0x80 || b > 0x9F) {
-            EXPECT_EQ(kxt::CP1252Table[b], b) << b;
-        }
-        if (kxt::CP1252Table[b] == 0) ++zeros;
-    }
-    EXPECT_EQ(zeros, 6);  // byte 0 and the five undefined bytes
-    for (int b : {0x81, 0x8D, 0x8F, 0x90, 0x9D}) EXPECT_EQ(kxt::CP1252Table[b], 0) << b;
-    EXPECT_EQ(kxt::CP1252Table[0x80], 0x20AC);
-    EXPECT_EQ(kxt::CP1252Table[0x9F], 0x0178);
 }
 
 // The C library's own converter is an independent copy of the published mapping; it rejects
@@ -135,22 +123,8 @@ TEST(CodePageProperty, EncodingUndoesDecoding) {
     }
 }
 
-// UTF-8 of BMP units, one at a time.
 std::string utf8Of(std::u16string_view units) {
-    std::string out;
-    for (char16_t u : units) {
-        if (u < 0x80) {
-            out += char(u);
-        } else if (u < 0x800) {
-            out += char(0xC0 | u >> 6);
-            out += char(0x80 | (u & 0x3F));
-        } else {
-            out += char(0xE0 | u >> 12);
-            out += char(0x80 | (u >> 6 & 0x3F));
-            out += char(0x80 | (u & 0x3F));
-        }
-    }
-    return out;
+    return ref::utf8Of(ref::codePointsOf(units));
 }
 
 std::string decodeUTF8(std::string_view bytes, const kxt::CodePage& page) {
@@ -192,28 +166,12 @@ struct Text {
 };
 
 Text textOf(const std::vector<uint32_t>& points) {
-    Text t;
+    std::vector<uint32_t> read;  // the UTF-16 way drops byte-order marks
     for (uint32_t cp : points) {
-        if (cp < 0x80) {
-            t.utf8 += char(cp);
-        } else if (cp < 0x800) {
-            t.utf8 += {char(0xC0 | cp >> 6), char(0x80 | (cp & 0x3F))};
-        } else if (cp < 0x10000) {
-            t.utf8 +=
-                {char(0xE0 | cp >> 12), char(0x80 | (cp >> 6 & 0x3F)), char(0x80 | (cp & 0x3F))};
-        } else {
-            t.utf8 += {char(0xF0 | cp >> 18), char(0x80 | (cp >> 12 & 0x3F)),
-                       char(0x80 | (cp >> 6 & 0x3F)), char(0x80 | (cp & 0x3F))};
-        }
-        if (cp == 0xFEFF || cp == 0xFFFE) continue;
-        if (cp < 0x10000) {
-            t.utf16 += char16_t(cp);
-        } else {
-            t.utf16 += char16_t(0xD800 + ((cp - 0x10000) >> 10));
-            t.utf16 += char16_t(0xDC00 + ((cp - 0x10000) & 0x3FF));
-        }
+        if (cp != 0xFEFF && cp != 0xFFFE) read.push_back(cp);
     }
-    return t;
+    const std::vector<uint16_t> units = ref::utf16Of(read);
+    return {ref::utf8Of(points), std::u16string(units.begin(), units.end())};
 }
 
 TEST(CodePageProperty, EncodingFromUTF8AgreesWithEncodingItsUTF16Form) {

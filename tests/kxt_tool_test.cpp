@@ -1,4 +1,4 @@
-// The kxt tool, run as a program against the fixture plugin: argument syntax, result printing,
+// The kxt tool, run as a program against the plugin: argument syntax, result printing,
 // exit statuses.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -28,11 +28,10 @@ std::string slurp(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-ToolRun kxt(const std::vector<std::string>& args, bool fixture = true) {
+ToolRun kxt(const std::vector<std::string>& args) {
     // ctest runs the tests of this file in parallel processes: one file per process.
     std::string errPath = testing::TempDir() + "kxt_tool_test." + std::to_string(getpid()) + ".err";
     std::string cmd = quote(std::string(KXT_BINARY_DIR) + "/kxt");
-    if (fixture) cmd += " --plugin " + quote(KXT_HOST_FIXTURE);
     for (const auto& a : args) cmd += " " + quote(a);
     cmd += " 2>" + quote(errPath);
     ToolRun r;
@@ -53,30 +52,34 @@ struct Case {
     std::string out;
 };
 
+// ReplaceLineEndingsKXT with a newline the text does not have hands its text back as it is.
 TEST(KxtTool, ArgumentsAreTypedByTheOverloadAndResultsPrinted) {
     const Case cases[] = {
-        {{"call", "AddFixture", "1", "2"}, 0, "3\n"},
-        {{"call", "AddFixture", "1"}, 0, "11\n"},
-        {{"call", "AddFixture", "1.5", "2"}, 0, "3.5\n"},
-        {{"call", "AddFixture", "nan", "1"}, 0, "nan\n"},
-        {{"call", "AddFixture", "-inf", "1"}, 0, "-inf\n"},
-        {{"call", "AddFixture", "0x10", "&h10"}, 0, "32\n"},
-        {{"call", "NotFixture", "true"}, 0, "false\n"},
-        {{"call", "EchoFixture", "h\xC3\xA9llo"}, 0, "h\xC3\xA9llo\n"},
-        {{"call", "EchoFixture", "nil"}, 0, "\n"},
-        {{"call", "EchoFixture", "text:nil"}, 0, "nil\n"},
-        {{"call", "EchoFixture", "http://x"}, 0, "http://x\n"},
-        {{"--hex", "call", "EchoFixture", "hex:00 ff"}, 0, "00ff\n"},
-        {{"--hex", "call", "EchoFixture", "utf16:\xC3\xA9"}, 0, "e900\n"},
-        {{"--encoding", "call", "EchoFixture", "latin1:\xC3\xA9"}, 0, "ISO Latin-1\n\xE9\n"},
-        {{"--encoding", "call", "EchoFixture", "hex:41"}, 0, "none\nA\n"},
-        {{"--encoding", "call", "EchoFixture", "cp1252:hex:80"}, 0, "Windows Latin-1\n\x80\n"},
-        {{"call", "PtrSumFixture", "hex:0102ff", "3"}, 0, "258\n"},
-        {{"--hex", "call", "MemoryFixture", "3"}, 0, "000102\n"},
-        {{"call", "MemorySizeFixture", "mb:abc"}, 0, "3\n"},
-        {{"call", "MemorySizeFixture", "abcd"}, 0, "4\n"},
-        {{"call", "SplitFixture", "a,b,"}, 0, "a\nb\n\n"},
-        {{"call", "YieldFixture", "2"}, 0, ""},
+        {{"call", "StrKXT", "1.55"}, 0, "1.550\n"},
+        {{"call", "StrKXT", "-inf"}, 0, "-inf\n"},
+        {{"call", "ScientificStrKXT", "0x10", "&h2"}, 0, "1.60e+01\n"},
+        {{"call", "HasPrefixKXT", "abc", "a"}, 0, "true\n"},
+        {{"call", "LevenshteinDistanceKXT", "kitten", "sitting"}, 0, "0.5\n"},
+        {{"call", "ReplaceLineEndingsKXT", "h\xC3\xA9llo", "x"}, 0, "h\xC3\xA9llo\n"},
+        {{"call", "ReplaceLineEndingsKXT", "nil", "x"}, 0, "\n"},
+        {{"call", "ReplaceLineEndingsKXT", "text:nil", "x", "true"}, 0, "nil\n"},
+        {{"--hex", "call", "EncodingToHexKXT", "hex:00 ff"}, 0, "30304646\n"},
+        {{"--hex", "call", "StringXORKXT", "utf16:\xC3\xA9", "hex:00"}, 0, "e900\n"},
+        {{"--encoding", "call", "ReplaceLineEndingsKXT", "latin1:\xC3\xA9", "x"},
+         0,
+         "ISO Latin-1\n\xE9\n"},
+        {{"--encoding", "call", "ReplaceLineEndingsKXT", "cp1252:hex:80", "x"},
+         0,
+         "Windows Latin-1\n\x80\n"},
+        {{"call", "CheckUTF8KXT", "hex:41ff42", "3", "?"}, 0, "A?B\n"},
+        {{"--hex", "call", "_yDecodeMemoryKXT", "mb:abc"}, 0, "373839\n"},
+        {{"call", "GetStringsFromDataKXT",
+          "a\x01"
+          "bcd\x01"
+          "ef",
+          "2"},
+         0,
+         "bcd\n"},
     };
     for (const Case& c : cases) {
         ToolRun r = kxt(c.args);
@@ -88,8 +91,8 @@ TEST(KxtTool, ArgumentsAreTypedByTheOverloadAndResultsPrinted) {
 TEST(KxtTool, FilesAreReadAsUTF8Text) {
     std::string path = testing::TempDir() + "kxt_tool_input." + std::to_string(getpid()) + ".txt";
     std::ofstream(path, std::ios::binary) << "from\na file";
-    EXPECT_EQ(kxt({"call", "EchoFixture", "@" + path}).out, "from\na file\n");
-    EXPECT_EQ(kxt({"call", "EchoFixture", "@/nonexistent/file"}).status, 2);
+    EXPECT_EQ(kxt({"call", "ReplaceLineEndingsKXT", "@" + path, "x"}).out, "fromxa file\n");
+    EXPECT_EQ(kxt({"call", "ReplaceLineEndingsKXT", "@/nonexistent/file", "x"}).status, 2);
     std::remove(path.c_str());
 }
 
@@ -99,19 +102,19 @@ TEST(KxtTool, ProblemsGiveOneLineAndAStatus) {
         int status;
         std::string errPart;
     } cases[] = {
-        {{"call", "NotFixture", "maybe"}, 2, "NotFixture(b as Boolean) as Boolean"},
-        {{"call", "AddFixture", "x"}, 2, "\"x\" is not an integer"},
-        {{"call", "EchoFixture"}, 2, "too few arguments"},
-        {{"call", "EchoFixture", "a", "b"}, 2, "too many arguments"},
-        {{"call", "EchoFixture", "hex:abc"}, 2, "odd number of hex digits"},
+        {{"call", "RandomBytesStringKXT", "1", "maybe"}, 2, "\"maybe\" is not true or false"},
+        {{"call", "StrKXT", "x"}, 2, "StrKXT(d as double) as string"},
+        {{"call", "StrKXT"}, 2, "too few arguments"},
+        {{"call", "StrKXT", "1", "2"}, 2, "too many arguments"},
+        {{"call", "HasPrefixKXT", "hex:abc", "a"}, 2, "odd number of hex digits"},
         {{"call", "NoSuchMethod"}, 2, "no method named NoSuchMethod"},
         {{"call"}, 2, "needs a method name"},
         {{"frobnicate"}, 2, "unknown command frobnicate"},
         {{"--bogus", "list"}, 2, "unknown option --bogus"},
         {{"--host-version", "abc", "list"}, 2, "bad host version"},
-        {{"call", "RaiseFixture", "OutOfBoundsException", "boom"},
+        {{"call", "CreateStringKXT", "9223372036854775807", "ab"},
          1,
-         "OutOfBoundsException: boom\n"},
+         "OutOfMemoryException: Failed to allocate memory.\n"},
     };
     for (const auto& c : cases) {
         ToolRun r = kxt(c.args);
@@ -119,7 +122,7 @@ TEST(KxtTool, ProblemsGiveOneLineAndAStatus) {
         EXPECT_NE(r.err.find(c.errPart), std::string::npos) << r.err;
         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
     }
-    ToolRun missing = kxt({"--plugin", "/nonexistent/plugin.so", "list"}, false);
+    ToolRun missing = kxt({"--plugin", "/nonexistent/plugin.so", "list"});
     EXPECT_EQ(missing.status, 3);
 }
 
@@ -127,20 +130,17 @@ TEST(KxtTool, ListGroupsRegistrationsByModule) {
     ToolRun r = kxt({"list"});
     ASSERT_EQ(r.status, 0) << r.err;
     for (const char* part :
-         {"module FixtureModule (version 7, flags 0x4, 11 methods)",
-          "0x4     EchoFixture(s as string) as string", "property Debugging as Boolean  [Hidden]",
-          "(global methods, 7)", "class extension StyledText (version 7, flags 0x308)",
-          "RTFDataKXT(SkipParagraphs as boolean = false) as string  (with setter)"}) {
+         {"module StringGlobalsKXT (version 13, flags 0x4, 72 methods)",
+          "0x14    StrKXT(d as double) as string", "property Debugging as Boolean  [Hidden]"}) {
         EXPECT_NE(r.out.find(part), std::string::npos) << part << "\n" << r.out;
     }
 }
 
 TEST(KxtTool, DebugWarnsWhenThePluginHasNoDebuggingProperty) {
-    ToolRun r = kxt({"--hide", "PluginRegisterModule", "--debug", "call", "LenFixture", "abc"});
+    ToolRun r = kxt({"--hide", "PluginRegisterModule", "--debug", "list"});
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "3\n");
     EXPECT_NE(r.err.find("no Debugging property"), std::string::npos) << r.err;
-    EXPECT_EQ(kxt({"--debug", "call", "LenFixture", "abc"}).err, "");
+    EXPECT_EQ(kxt({"--debug", "call", "StrKXT", "1"}).err.find("warning"), std::string::npos);
 }
 
 }  // namespace

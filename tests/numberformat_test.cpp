@@ -1,4 +1,6 @@
 // Number formatting and the two encoding conversions.
+#include "numberformat.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -6,7 +8,6 @@
 #include <string>
 
 #include "KxtTest.h"
-#include "numberformat.h"
 
 using namespace kxt_test;
 

@@ -68,45 +68,6 @@ TEST(WellFormedSequences, FollowTheUnicodeTable) {
     }
 }
 
-TEST(RepairScan, OnePlaceholderPerBadByte) {
-    struct Row {
-        std::string bytes, placeholder, expected;
-    } rows[] = {
-        {"a\xFF"
-         "b",
-         "?", "a?b"},
-        {"\xC3\xA9", "?", "\xC3\xA9"},
-        {"\xED\xA0\x80", "?", "???"},       // a surrogate
-        {"\xE2\x82", "<>", "<><>"},         // cut off by the end
-        {"\x01\x7F\t", "?", "\x01\x7F\t"},  // control bytes are valid
-        {"a\x80"
-         "b",
-         "", "ab"},  // an empty placeholder drops
-        {"\xF0\x9F\x98\x80!", "?", "\xF0\x9F\x98\x80!"},
-        {"\xC3\xA9\xC3", "\xEF\xBF\xBD", "\xC3\xA9\xEF\xBF\xBD"},
-        {"", "?", ""},
-    };
-    for (const Row& r : rows) {
-        EXPECT_EQ(repaired(r.bytes, r.placeholder), r.expected) << testing::PrintToString(r.bytes);
-    }
-}
-
-TEST(ValidPrefix, StopsAtControlBytesAndBadSequences) {
-    struct Row {
-        std::string bytes;
-        size_t expected;
-    } rows[] = {
-        {"hello", 5},  {"he\x01llo", 2}, {"a\tb\r\nc", 6},
-        {"ab\x7F", 2}, {"\xC3\xA9x", 3}, {"x\xC3", 1},
-        {"\0a"s, 0},   {"", 0},          {std::string(50, 'q') + "\x1B" + "tail", 50},
-    };
-    for (const Row& r : rows) {
-        EXPECT_EQ(kxt::CheckUTF8(u8(r.bytes), r.bytes.size()), r.expected)
-            << testing::PrintToString(r.bytes);
-    }
-    EXPECT_EQ(kxt::CheckUTF8(nullptr, 10), 0u);
-}
-
 TEST(Extraction, RunsLongerThanMinLengthAndNotOnlySpaces) {
     const std::string helloWorld = "hello\0\0world"s;
     struct Row {
@@ -155,29 +116,6 @@ TEST(Extraction, SpaceOnlyRangesAreSkipped) {
     EXPECT_FALSE(kxt::IsSpaceOnly(u8(" !"), 2));
 }
 
-TEST(ASCIITests, ByMode) {
-    struct Row {
-        std::string bytes;
-        int64_t mode;
-        bool expected;
-    } rows[] = {
-        {"", 0, true},       {"", 3, true},       {"abc", 3, false},   {"abc", -1, false},
-        {"a\x01", 0, true},  {"a\x80", 0, false}, {"a\x7F", 1, true},  {"a\x1F", 1, false},
-        {"a\x80", 1, false}, {"a\x80", 2, true},  {"a\x1F", 2, false}, {"\xFF ", 2, true},
-    };
-    for (const Row& r : rows) {
-        EXPECT_EQ(kxt::isASCIIText(r.bytes, r.mode), r.expected)
-            << testing::PrintToString(r.bytes) << " mode " << r.mode;
-    }
-}
-
-TEST(Printable, ReplacesControlAndHighBytes) {
-    const std::string in = "\ta\xC3\xA9\x7F ";
-    std::string out(in.size(), '\0');
-    kxt::replaceNonPrintable(in, '.', reinterpret_cast<uint8_t*>(out.data()));
-    EXPECT_EQ(out, ".a..\x7F ");
-}
-
 // The fast paths meet their byte loops at every length around the 16- and 64-byte blocks and
 // with the interesting byte at every position.
 TEST(FastPathsAgreeWithByteLoops, UTF8AndASCIIScans) {
@@ -206,7 +144,7 @@ TEST(FastPathsAgreeWithByteLoops, UTF8AndASCIIScans) {
         const int64_t minLength = int64_t(rng() % 6) - 1;
         ASSERT_EQ(extracted(s, minLength), ref::stringsInData(s, minLength))
             << testing::PrintToString(s) << " min " << minLength;
-        for (int64_t mode : {0, 1, 2, 3}) {
+        for (int64_t mode : {-1, 0, 1, 2, 3}) {
             ASSERT_EQ(kxt::isASCIIText(s, mode), ref::isASCIIText(s, mode))
                 << testing::PrintToString(s) << " mode " << mode;
         }

@@ -141,24 +141,6 @@ TEST(MarkProtected, MarksOnlyRecordsWithoutScope) {
     MarkProtected(static_cast<REALmethodDefinition*>(nullptr), 2);  // logs, touches nothing
 }
 
-TEST(MemoryHandles, KeepTheirSizeAndResize) {
-    MemoryHandle h = allocateHandle(16);
-    ASSERT_NE(h, nullptr);
-    EXPECT_EQ(getHandleSize(h), 16);
-    auto* p = static_cast<unsigned char*>(lockHandle(h));
-    for (int i = 0; i < 16; ++i) EXPECT_EQ(p[i], 0);
-    p[15] = 7;
-    h = resizeHandle(h, 4096);
-    ASSERT_NE(h, nullptr);
-    EXPECT_EQ(getHandleSize(h), 4096);
-    EXPECT_EQ(static_cast<unsigned char*>(lockHandle(h))[15], 7);
-    EXPECT_EQ(resizeHandle(h, -1), nullptr);  // frees
-    EXPECT_EQ(allocateHandle(-1), nullptr);
-    EXPECT_EQ(getHandleSize(nullptr), 0);
-    EXPECT_EQ(lockHandle(nullptr), nullptr);
-    EXPECT_EQ(AllocateClearMemory(0), nullptr);
-}
-
 }  // namespace
 
 namespace {

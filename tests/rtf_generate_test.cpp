@@ -1,4 +1,4 @@
-// The RTF writer without a host, and the round trip writer -> reader on plain records.
+// The RTF writer without a host (the round trip through the host is in rtf_host_test.cpp).
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -43,21 +43,6 @@ std::string Generate(const std::vector<TestRun>& runs) {
 }
 
 const std::string kHeader = "{\\rtf1\\ansi\\ansicpg1252{\\fonttbl{\\f0\\fnil Arial;}}";
-
-TEST(RTFGenerate, OneRunDocument) {
-    TestRun hello{u"Hello", "Arial", 0xFF0000, 12, true};
-    EXPECT_EQ(Generate({hello}),
-              "{\\rtf1\\ansi\\ansicpg1252{\\fonttbl{\\f0\\fnil Arial;}}{\\colortbl\\red255\\green0"
-              "\\blue0;}\\uc0 \\b\\f0\\cf0\\fs24 Hello}");
-}
-
-TEST(RTFGenerate, TwoRunDocument) {
-    TestRun hello{u"Hello", "Arial", 0xFF0000, 12, true};
-    TestRun world{u" world", "Arial", 0x000000, 12, false};
-    EXPECT_EQ(Generate({hello, world}),
-              "{\\rtf1\\ansi\\ansicpg1252{\\fonttbl{\\f0\\fnil Arial;}}{\\colortbl\\red255\\green0"
-              "\\blue0;\\red0\\green0\\blue0;}\\uc0 \\b\\f0\\cf0\\fs24 Hello\\b0\\cf1  world}");
-}
 
 struct TextCase {
     std::u16string text;
@@ -144,120 +129,6 @@ TEST(RTFGenerate, FontsCompareAsTheCallerSays) {
     std::string rtf = GenerateRTF(records, [](size_t, size_t) { return true; });
     EXPECT_NE(rtf.find("{\\f1\\fnil ARIAL;}"), std::string::npos);
     EXPECT_EQ(rtf.substr(rtf.find("\\uc0 ")), "\\uc0 \\f0 ab}");
-}
-
-// ---- Round trip on plain records ------------------------------------------------------------
-
-struct StyledChar {
-    char16_t unit;
-    std::string font;
-    int64_t size;
-    uint32_t color;
-    bool bold, italic, underline;
-    bool operator==(const StyledChar&) const = default;
-};
-
-void PrintTo(const StyledChar& c, std::ostream* os) {
-    *os << "U+" << std::hex << uint32_t(c.unit) << std::dec << " " << c.font << " " << c.size << " "
-        << std::hex << c.color << std::dec << " " << c.bold << c.italic << c.underline;
-}
-
-std::string Show(const std::vector<TestRun>& runs) {
-    std::string s;
-    for (const TestRun& r : runs) {
-        s += "[";
-        for (char16_t u : r.text) {
-            char buf[12];
-            snprintf(buf, sizeof buf, u >= 32 && u < 127 ? "%c" : "<%X>", unsigned(u));
-            s += buf;
-        }
-        char buf[160];
-        snprintf(buf, sizeof buf, " font=%s size=%lld color=%06X %d%d%d align=%lld]",
-                 r.font.c_str(), (long long)r.size, r.color, r.bold, r.italic, r.underline,
-                 (long long)r.alignment);
-        s += buf;
-    }
-    return s;
-}
-
-// What the reader is expected to give back for the runs: the characters the writer keeps (0 to
-// 8 dropped, every line end or line-end pair one CR), each with its run's style and alignment.
-void Expected(const std::vector<TestRun>& runs, std::vector<StyledChar>& chars,
-              std::vector<int64_t>& alignment) {
-    for (const TestRun& r : runs) {
-        char16_t prev = 0;
-        for (char16_t u : r.text) {
-            char16_t kept = u;
-            if (u <= 8 || (u == '\n' && prev == '\r') || (u == '\r' && prev == '\n')) kept = 0;
-            if (u == '\n') kept = kept ? u'\r' : 0;
-            prev = u;
-            if (kept == 0) continue;
-            chars.push_back({kept, r.font, r.size, r.color, r.bold, r.italic, r.underline});
-            alignment.push_back(r.alignment);
-        }
-    }
-}
-
-int64_t Left(int64_t a) {
-    return a == 0 ? 1 : a;
-}  // "\ql" is written for both 0 and 1
-
-TEST(RTFRoundTrip, PlainRecordsReadBackAsWritten) {
-    const std::u16string pool[] = {u"a",      u"Z",      u"7",      u" ",      u"\\",
-                                   u"{",      u"}",      u";",      u"'",      u"\t",
-                                   u"\r",     u"\n",     u"\r\n",   u"\x01",   u"\x7F",
-                                   u"\x0B",   u"\u00E9", u"\u00FC", u"\u4E2D", u"\u65E5",
-                                   u"\u03A9", u"\u20AC", u"\uFFFD", u"\\par",  u"b0"};
-    const std::string fonts[] = {
-        "Arial", "Times New Roman", "Caf\xC3\xA9 Sans", "\xE5\xAE\x8B\xE4\xBD\x93", " Lead", "x"};
-    std::mt19937 rng(7331);
-    for (int round = 0; round < 500; ++round) {
-        std::vector<TestRun> runs(1 + rng() % 8);
-        for (TestRun& r : runs) {
-            int n = int(rng() % 12);
-            for (int i = 0; i < n; ++i) r.text += pool[rng() % std::size(pool)];
-            r.font = fonts[rng() % std::size(fonts)];
-            r.color = rng() % 3 == 0 ? 0 : rng() & 0xFFFFFF;
-            r.size = rng() % 4 == 0 ? 0 : 1 + rng() % 200;
-            r.bold = rng() & 1;
-            r.italic = rng() & 1;
-            r.underline = rng() & 1;
-            r.alignment = rng() % 4;
-        }
-        std::string rtf = Generate(runs);
-        RunCollector reader;
-        ParseRTF(rtf, reader);
-
-        std::vector<StyledChar> want;
-        std::vector<int64_t> wantAlignment;
-        Expected(runs, want, wantAlignment);
-        std::vector<StyledChar> got;
-        for (const ParsedRun& p : reader.runs) {
-            const RunStyle& s = p.style;
-            if (p.encoding == kREALTextEncodingUTF16) {
-                char16_t unit;
-                std::memcpy(&unit, p.bytes.data(), 2);
-                got.push_back({unit, s.font, s.size, s.color, s.bold, s.italic, s.underline});
-                continue;
-            }
-            ASSERT_EQ(p.encoding, kREALTextEncodingWindowsLatin1);
-            for (unsigned char b : p.bytes) {
-                ASSERT_LT(b, 0x80) << Show(runs);
-                got.push_back(
-                    {char16_t(b), s.font, s.size, s.color, s.bold, s.italic, s.underline});
-            }
-        }
-        ASSERT_EQ(got, want) << Show(runs) << "\n" << rtf;
-
-        // A paragraph gets the alignment of the run that holds its first character.
-        std::vector<int64_t> paragraphs;
-        for (size_t i = 0; i < want.size(); ++i) {
-            if (i == 0 || want[i - 1].unit == u'\r') paragraphs.push_back(Left(wantAlignment[i]));
-        }
-        std::vector<int64_t> gotParagraphs;
-        for (int64_t a : reader.paragraphAlignments) gotParagraphs.push_back(Left(a));
-        ASSERT_EQ(gotParagraphs, paragraphs) << Show(runs) << "\n" << rtf;
-    }
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 // RTF control words, delimiters, font and colour tables, code pages.
 #include <gtest/gtest.h>
+#include <iconv.h>
 
 #include <string>
 
+#include "Encodings.h"
 #include "RTFWrite.h"
 
 using namespace kxt::rtf;
@@ -150,52 +152,35 @@ TEST(RTFColorTable, EntriesCountFromZero) {
     }
 }
 
-TEST(RTFFindEncoding, CodePageTable) {
-    const std::pair<int64_t, uint32_t> table[] = {
-        {437, 0x400},
-        {850, 0x410},
-        {852, 0x412},
-        {860, 0x415},
-        {862, 0x417},
-        {863, 0x418},
-        {864, 0x419},
-        {865, 0x41A},
-        {866, 0x41B},
-        {874, 0x41D},
-        {932, 0x420},
-        {936, 0x421},
-        {949, 0x422},
-        {950, 0x423},
-        {1250, 0x501},
-        {1251, 0x502},
-        {1252, 0x500},
-        {1253, 0x503},
-        {1254, 0x504},
-        {1255, 0x505},
-        {1256, 0x506},
-        {1257, 0x507},
-        {1258, 0x508},
-        {1361, 0x510},
-        {10000, 0},
-        {10001, 1},
-        {10004, 4},
-        {10005, 5},
-        {10006, 6},
-        {10007, 7},
-        {10029, 29},
-        {10081, 35},
-        // Everything else is Windows Latin 1, unmapped Mac code pages included.
-        {12345, 0x500},
-        {10002, 0x500},
-        {10003, 0x500},
-        {10008, 0x500},
-        {0, 0x500},
-        {-1, 0x500},
-        {65001, 0x500},
-    };
-    for (auto [codePage, encoding] : table) {
-        EXPECT_EQ(FindEncoding(codePage), encoding) << codePage;
+// \ansicpg numbers against the system's iconv: each high byte of a code page the reader maps
+// reads as iconv reads it under the code page's own name; any other number is Windows Latin 1.
+TEST(RTFFindEncoding, CodePagesReadAsIconvReadsThem) {
+    int mapped = 0;
+    for (int64_t codePage = -1; codePage <= 70000; ++codePage) {
+        const uint32_t encoding = FindEncoding(codePage);
+        if (encoding == FindEncoding(1252) && codePage != 1252) continue;
+        ++mapped;
+        const std::string name = codePage < 10000    ? "CP" + std::to_string(codePage)
+                                 : codePage == 10000 ? "MACINTOSH"
+                                                     : "";
+        iconv_t cd = name.empty() ? iconv_t(-1) : iconv_open("UTF-8", name.c_str());
+        if (cd == iconv_t(-1)) continue;
+        for (int byte = 0x80; byte < 0x100; ++byte) {
+            char in = char(byte), out[8];
+            char *src = &in, *dst = out;
+            size_t inLeft = 1, outLeft = sizeof out;
+            const bool ok = iconv(cd, &src, &inLeft, &dst, &outLeft) != size_t(-1);
+            iconv(cd, nullptr, nullptr, &dst, &outLeft);  // CP1255 and CP1258 hold a base back
+            const auto points = xhost::encodings::decode(std::string(1, in), encoding);
+            if (ok && points) {
+                EXPECT_EQ(xhost::encodings::encode(*points, kREALTextEncodingUTF8),
+                          std::string(out, dst))
+                    << codePage << " byte " << byte;
+            }
+        }
+        iconv_close(cd);
     }
+    EXPECT_EQ(mapped, 32);  // 24 Windows and DOS pages, 8 Mac pages
 }
 
 }  // namespace

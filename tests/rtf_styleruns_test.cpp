@@ -90,36 +90,6 @@ TEST_F(StyleRunHelpers, RunsHoldOneReferenceEachThroughMoves) {
     EXPECT_EQ(Bytes(runs[1].text), "run0\r");
 }
 
-TEST_F(StyleRunHelpers, NoRunsWithoutRunsOrParagraphs) {
-    std::vector<XojoStyleRun> runs;
-    GetXojoStyleRunsForText(nullptr, runs, false);
-    EXPECT_TRUE(runs.empty());
-    GetXojoStyleRunsForText(host().newStyledText({}).objectHandle(), runs, false);
-    EXPECT_TRUE(runs.empty());
-    Value empty = host().newStyledText({{""}, {""}});
-    GetXojoStyleRunsForText(empty.objectHandle(), runs, false);
-    EXPECT_TRUE(runs.empty());
-}
-
-TEST_F(StyleRunHelpers, AlignmentFromTheParagraphOfTheMiddleCharacter) {
-    // Paragraphs: "ab\r" (0-2, centre), "cd\r" (3-5, right), "e" (6, left).
-    Value text = host().newStyledText({{"a"}, {"b\rcd"}, {"\r"}, {"e"}});
-    host().setParagraphAlignment(text, 0, 2);
-    host().setParagraphAlignment(text, 1, 3);
-    host().setParagraphAlignment(text, 2, 1);
-    std::vector<XojoStyleRun> runs;
-    GetXojoStyleRunsForText(text.objectHandle(), runs, false);
-    std::vector<int64_t> alignments;
-    for (const auto& r : runs) alignments.push_back(r.alignment);
-    // "b\rcd" starts in the first paragraph, but its middle (3) lies in the second. "\r" has
-    // its middle on the second paragraph's end.
-    EXPECT_EQ(alignments, (std::vector<int64_t>{2, 3, 3, 1}));
-
-    std::vector<XojoStyleRun> skipped;
-    GetXojoStyleRunsForText(text.objectHandle(), skipped, true);
-    for (const auto& r : skipped) EXPECT_EQ(r.alignment, 0);
-}
-
 TEST_F(StyleRunHelpers, FontWithZeroBytesIsRepairedAsUTF16) {
     Value text = host().newStyledText({{"x", std::string("A\0r\0", 4)}, {"y", "Arial"}});
     REALobject run = GetStyleRun(text.objectHandle(), 0);
@@ -153,28 +123,6 @@ class StyleRunBuilding : public StyleRunHelpers {
         return run;
     }
 };
-
-TEST_F(StyleRunBuilding, AlignmentGoesToTheFirstParagraphTheAppendOpens) {
-    Value text = host().newStyledText({});
-    REALobject run = newRun();
-    Value abc = S("abc\r");
-    StyledTextAddStyleRun(abc.stringHandle(), text.objectHandle(), run, 3);
-    EXPECT_EQ(run, nullptr);  // consumed
-    // No line end in the text opened by the next run's first character: "de" opens paragraph 1.
-    run = newRun();
-    Value de = S("de");
-    StyledTextAddStyleRun(de.stringHandle(), text.objectHandle(), run, 2);
-    // "f" opens nothing: its alignment is not set.
-    run = newRun();
-    Value f = S("f");
-    StyledTextAddStyleRun(f.stringHandle(), text.objectHandle(), run, 1);
-    // A negative alignment sets nothing.
-    run = newRun();
-    Value g = S("\rg");
-    StyledTextAddStyleRun(g.stringHandle(), text.objectHandle(), run, -1);
-    EXPECT_EQ(host().paragraphs(text),
-              (std::vector<ParagraphSpec>{{0, 3, 3}, {4, 7, 2}, {8, 8, 0}}));
-}
 
 TEST_F(StyleRunBuilding, BufferForm) {
     Value text = host().newStyledText({});
@@ -245,23 +193,6 @@ TEST_F(StyleRunBuilding, SettersAndClear) {
     StyledTextSetParagraphAlignment(nullptr, 0, 1);
     StyledTextClear(nullptr);
     EXPECT_EQ(host().styleRuns(text).size(), 1u);
-}
-
-TEST_F(StyleRunBuilding, NilMessagesKeepTheirTwoSpellings) {
-    ::setDebugging(true);
-    testing::internal::CaptureStderr();
-    StyledTextAppendStyleRun(host().newStyledText({}).objectHandle(), nullptr);
-    StyleRunSetBold(nullptr, true);
-    StyledTextRemoveStyleRun(nullptr, 4);
-    std::string log = testing::internal::GetCapturedStderr();
-    ::setDebugging(false);
-    EXPECT_EQ(log,
-              "KXT Debug: StyledTextAppendStyleRun\n"
-              "KXT Debug: styleRun is nil in StyledTextAppendStyleRun\n"
-              "KXT Debug: StyleRunSetBold 1\n"
-              "KXT Debug: StyleRun is nil in StyleRunSetBold\n"
-              "KXT Debug: StyledTextRemoveStyleRun 4\n"
-              "KXT Debug: styledText is nil in StyledTextRemoveStyleRun\n");
 }
 
 }  // namespace

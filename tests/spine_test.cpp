@@ -14,6 +14,7 @@
 #include "rbMemoryBlock.h"
 #include "rbText.h"
 #include "rbUtil.h"
+#include "search_reference.h"
 
 using namespace kxt_test;
 
@@ -89,6 +90,16 @@ TEST_F(Spine, UnknownExceptionClassFallsBackToRuntimeException) {
     EXPECT_EQ(raised->className, "RuntimeException");
     EXPECT_EQ(raised->message, "the message");
     EXPECT_EQ(raised->errorNumber, 0);
+    // The message and number reach the caller as given, the message as UTF-8.
+    raised = raising([] {
+        REALstring m = REALBuildStringWithEncoding("caf\xE9", 4, kREALTextEncodingISOLatin1);
+        RaiseException("OutOfBoundsException", m, 42);
+        REALUnlockString(m);
+    });
+    ASSERT_TRUE(raised);
+    EXPECT_EQ(raised->className, "OutOfBoundsException");
+    EXPECT_EQ(raised->message, "caf\xC3\xA9");
+    EXPECT_EQ(raised->errorNumber, 42);
 }
 
 TEST_F(Spine, StandardExceptionsMapToXojoClasses) {
@@ -251,6 +262,9 @@ TEST_F(Spine, TextFormsFromEveryKindOfString) {
         {"a\xEF\xBB\xBF"
          "b",
          kREALTextEncodingUTF8, u"ab", U"ab"},
+        {"a\xEF\xBF\xBE"
+         "b",
+         kREALTextEncodingUTF8, u"ab", U"ab"},
         {"ab\xC0\xAF"
          "cd",
          kREALTextEncodingUTF8, u"ab", U"ab"},
@@ -275,34 +289,23 @@ TEST_F(Spine, TextFormsFromEveryKindOfString) {
     }
 }
 
-// Long UTF-8 text, where runs of ASCII go sixteen bytes a step: the forms are the concatenation
-// of the forms of its pieces, up to the first malformed piece.
-TEST_F(Spine, LongTextFormsAreThoseOfTheirPieces) {
-    const FormCase pieces[] = {
-        {"plain ascii words ", 0, u"plain ascii words ", U"plain ascii words "},
-        {"x", 0, u"x", U"x"},
-        {"\xC3\xA9", 0, u"\u00E9", U"\u00E9"},
-        {"\xE4\xB8\xAD", 0, u"\u4E2D", U"\u4E2D"},
-        {"\xF0\x9F\x98\x80", 0, u"\U0001F600", U"\U0001F600"},
-        {"\xEF\xBB\xBF", 0, u"", U""},
-    };
-    std::mt19937 rng(16);
-    for (int round = 0; round < 500; ++round) {
-        std::string bytes;
-        std::u16string u16;
-        std::u32string u32;
-        for (int k = 0, n = int(rng() % 30); k < n; ++k) {
-            const FormCase& p = pieces[rng() % 6 < 3 ? 0 : rng() % std::size(pieces)];
-            bytes += p.bytes, u16 += p.utf16, u32 += p.utf32;
-        }
-        if (round % 4 == 0) bytes += "\xC0\xAF and no more";  // decoding stops here
+// UTF-8 text of every length, mostly well formed, against the plain decoder: the forms are
+// its code points up to the first flaw, byte order marks left out, zero-terminated.
+TEST_F(Spine, UTF8TextFormsAgreeWithThePlainDecoder) {
+    std::mt19937_64 rng(16);
+    for (int round = 0; round < 2000; ++round) {
+        const std::string bytes = round % 5 ? ref::mostlyUTF8(rng, rng() % 60, round % 3)
+                                            : ref::adversarialBytes(rng, rng() % 40);
+        bool complete;
+        const std::vector<uint32_t> points = ref::decodeUTF8(bytes, &complete);
+        const std::vector<uint16_t> units = ref::utf16Of(points);
         Value v = S(bytes, kREALTextEncodingUTF8);
         rbText text(v.stringHandle());
-        ASSERT_TRUE(std::u16string(reinterpret_cast<const char16_t*>(text.GetUTF16()),
-                                   size_t(text.LengthUTF16())) == u16)
+        ASSERT_EQ(std::vector<uint16_t>(text.GetUTF16(), text.GetUTF16() + text.LengthUTF16()),
+                  units)
             << testing::PrintToString(bytes);
-        ASSERT_TRUE(std::u32string(reinterpret_cast<const char32_t*>(text.GetUTF32()),
-                                   size_t(text.LengthUTF32())) == u32)
+        ASSERT_EQ(std::vector<uint32_t>(text.GetUTF32(), text.GetUTF32() + text.LengthUTF32()),
+                  points)
             << testing::PrintToString(bytes);
         ASSERT_EQ(text.GetUTF16()[text.LengthUTF16()], 0);
         ASSERT_EQ(text.GetUTF32()[text.LengthUTF32()], 0u);

@@ -47,29 +47,6 @@ bool allBelow0x80(std::string_view s) {
     return true;
 }
 
-TEST(MaskOperations, FixedCases) {
-    struct Row {
-        ref::MaskOp op;
-        std::string data, mask;
-        int64_t offset;
-        std::string expected;
-    } rows[] = {
-        {ref::MaskOp::And, "\xFF\x0F\xF0", "\x3C", 0, "\x3C\x0C\x30"},
-        {ref::MaskOp::Or, "\x01\x02\x03", "\x10\x20", 0, "\x11\x22\x13"},
-        {ref::MaskOp::And, "\xFF\xFF", "\x0F\xF0\xAA", 0, "\x0F\xF0"},  // longer mask is cut
-        // Offset 1 into a 3-byte mask uses mask bytes 1, 2, 0, 1, 2.
-        {ref::MaskOp::Xor, "\0\0\0\0\0"s, "\x01\x02\x03", 1, "\x02\x03\x01\x02\x03"},
-        {ref::MaskOp::Xor, "\0\0\0\0"s, "\x01\x02\x03", 4, "\x02\x03\x01\x02"},   // 4 mod 3
-        {ref::MaskOp::Xor, "\0\0\0\0"s, "\x01\x02\x03", -1, "\x03\x01\x02\x03"},  // -1 mod 3
-        {ref::MaskOp::XorIndexed, "\0\0\0\0"s, "\0"s, 0, "\x00\x01\x02\x03"s},
-        {ref::MaskOp::XorIndexed, "\x10\x10"s, "\x01\x02", 1, "\x12\x10"s},
-    };
-    for (const Row& r : rows) {
-        EXPECT_EQ(run(r.op, r.data, r.mask, r.offset), r.expected)
-            << int(r.op) << " " << testing::PrintToString(r.data);
-    }
-}
-
 TEST(MaskOperations, IndexTermWrapsEvery256Bytes) {
     const std::string zeros(600, '\0');
     const std::string out = run(ref::MaskOp::XorIndexed, zeros, "\0"s);

@@ -135,28 +135,4 @@ TEST(UnicodeMarkers, DetectionFollowsItsOrder) {
     for (const auto& [in, kind] : cases) EXPECT_EQ(kxt::detectUnicodeMarkers(in), kind);
 }
 
-TEST(UnicodeMarkers, EachKindHasItsBytesAndEncoding) {
-    const std::tuple<int64_t, std::string, uint32_t> cases[] = {
-        {1, "\xEF\xBB\xBF", 0x08000100},
-        {2, "\xFF\xFE", 0x100},
-        {3, "\xFE\xFF", 0x100},
-        {4, "\xFF\xFE", 0x100},
-        {5, "\xFF\xFE\x00\x00"s, 0xC000100},
-        {6, "\x00\x00\xFE\xFF"s, 0xC000100},
-        {7, "\xFF\xFE\x00\x00"s, 0xC000100},
-    };
-    for (const auto& [kind, bytes, encoding] : cases) {
-        kxt::MarkerBytes mark = kxt::unicodeMarkerBytes(kind);
-        EXPECT_EQ(mark.bytes, bytes) << kind;
-        EXPECT_EQ(mark.encoding, encoding) << kind;
-        // Every mark that can be detected is detected as its own kind.
-        if (kind != 2 && kind != 5) {
-            EXPECT_EQ(kxt::detectUnicodeMarkers(mark.bytes), kind);
-        }
-    }
-    for (int64_t kind : {int64_t(0), int64_t(8), int64_t(-1), INT64_MIN}) {
-        EXPECT_TRUE(kxt::unicodeMarkerBytes(kind).bytes.empty()) << kind;
-    }
-}
-
 }  // namespace

@@ -30,7 +30,6 @@ void ReserveLarge(std::vector<T>& v, size_t capacity) {
     if (fresh) AdviseHugePages(v.data(), v.capacity() * sizeof(T));
 }
 void FreeMemoryNow(void* p);
-void ClearMemory(void* p, int64_t n);
 
 // A result written through a pointer into a block from AllocateMemory: unlike a std::string
 // made long enough first, its bytes are not zeroed before they are written. The writer sets
@@ -58,12 +57,3 @@ class RawBytes {
     size_t size_ = 0;
 };
 
-// A handle is one zeroed block: 8 bytes of usable size, then the usable memory.
-typedef void* MemoryHandle;
-MemoryHandle allocateHandle(int64_t size);  // none for a negative size
-int64_t getHandleSize(MemoryHandle h);      // 0 for none
-void* lockHandle(MemoryHandle h);           // the usable memory; none for none
-void unlockHandle(MemoryHandle h);
-void freeHandle(MemoryHandle h);
-// A negative size frees the handle and gives none; on failure gives none and h stays valid.
-MemoryHandle resizeHandle(MemoryHandle h, int64_t size);

@@ -36,14 +36,8 @@ rbData::~rbData() {
 void rbData::clear() noexcept {
     if (string != nullptr) REALUnlockString(string);
     if (memoryBlock != nullptr) REALUnlockObject(reinterpret_cast<REALobject>(memoryBlock));
-    if (ownsStringData) {
-        if (gDebugging) LogMessage("REALDisposeStringData");
-        REALDisposeStringData(&stringData);
-    }
     string = nullptr;
     memoryBlock = nullptr;
-    stringData = REALstringData{};
-    ownsStringData = false;
     data = nullptr;
     size = 0;
 }

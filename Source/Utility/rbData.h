@@ -29,8 +29,6 @@ class rbData {
 
     REALstring string = nullptr;
     REALmemoryBlock memoryBlock = nullptr;
-    REALstringData stringData{};
-    bool ownsStringData = false;
     const uint8_t* data = nullptr;
     int64_t size = 0;
 };

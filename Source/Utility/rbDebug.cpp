@@ -10,7 +10,6 @@ bool gDebugging = false;
 
 namespace {
 constexpr const char* kPrefix = "KXT Debug: ";
-FILE* gLogStream = nullptr;  // none means standard error
 }  // namespace
 
 RBBoolean getDebugging() {
@@ -26,10 +25,9 @@ void LogMessageX(const char* format, ...) {
     va_start(args, format);
     vsnprintf(line, sizeof(line), format, args);
     va_end(args);
-    FILE* stream = gLogStream ? gLogStream : stderr;
     // One formatted write per line, so lines from different threads do not interleave.
-    fprintf(stream, "%s\n", line);
-    fflush(stream);
+    fprintf(stderr, "%s\n", line);
+    fflush(stderr);
 }
 
 void LogMessage(const char* text) {

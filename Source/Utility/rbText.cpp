@@ -97,10 +97,6 @@ void rbText::Clear() {
     reset();
 }
 
-void rbText::SetEmptyASCII() {
-    Clear();
-}
-
 void rbText::SetText(REALstring s) {
     Clear();
     if (s == nullptr) return;

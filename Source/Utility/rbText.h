@@ -20,7 +20,6 @@ class rbText {
     rbText& operator=(const rbText&) = delete;
 
     void SetText(REALstring s);
-    void SetEmptyASCII();
     void Clear();
 
     const char* GetASCII();
@@ -32,8 +31,6 @@ class rbText {
     int64_t LengthUTF16();
     const uint32_t* GetUTF32();
     int64_t LengthUTF32();
-    const uint32_t* GetWChar() { return GetUTF32(); }
-    int64_t LengthWChar() { return LengthUTF32(); }
 
     // Views over the forms, for plain functions.
     std::string_view ascii() { return {GetASCII(), size_t(LengthASCII())}; }

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "utf_reference.h"
+
 namespace ref {
 
 inline uint8_t at(std::string_view s, size_t i) {
@@ -122,33 +124,6 @@ inline std::string applyMask(std::string_view data, std::string_view mask, int64
         if (++pos == m) pos = 0;
     }
     return out;
-}
-
-// Decodes one sequence by its lead byte and checks the code point: another reading of the
-// well-formedness table than the plugin's byte-range tests.
-inline size_t sequenceLength(std::string_view s, size_t i) {
-    const uint8_t lead = at(s, i);
-    if (lead < 0x80) return 1;
-    size_t len;
-    uint32_t cp;
-    if (lead >= 0xC0 && lead < 0xE0) {
-        len = 2, cp = lead & 0x1F;
-    } else if (lead >= 0xE0 && lead < 0xF0) {
-        len = 3, cp = lead & 0x0F;
-    } else if (lead >= 0xF0 && lead < 0xF8) {
-        len = 4, cp = lead & 0x07;
-    } else {
-        return 0;
-    }
-    if (i + len > s.size()) return 0;
-    for (size_t k = 1; k < len; ++k) {
-        const uint8_t c = uint8_t(s[i + k]);
-        if ((c & 0xC0) != 0x80) return 0;
-        cp = (cp << 6) | (c & 0x3F);
-    }
-    static const uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (cp < kSmallest[len] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
-    return len;
 }
 
 inline std::string repairUTF8(std::string_view s, std::string_view placeholder) {
@@ -271,17 +246,7 @@ inline std::string mostlyUTF8(std::mt19937_64& rng, size_t codePoints, int damag
                 break;
         }
         if (cp >= 0xD800 && cp <= 0xDFFF) cp = 0xE000;
-        if (cp < 0x80) {
-            s += char(cp);
-        } else if (cp < 0x800) {
-            s += char(0xC0 | (cp >> 6)), s += char(0x80 | (cp & 0x3F));
-        } else if (cp < 0x10000) {
-            s += char(0xE0 | (cp >> 12)), s += char(0x80 | ((cp >> 6) & 0x3F));
-            s += char(0x80 | (cp & 0x3F));
-        } else {
-            s += char(0xF0 | (cp >> 18)), s += char(0x80 | ((cp >> 12) & 0x3F));
-            s += char(0x80 | ((cp >> 6) & 0x3F)), s += char(0x80 | (cp & 0x3F));
-        }
+        s += utf8Of({cp});
         if (int(rng() % 100) < damagePercent) s[rng() % s.size()] = char(rng());
     }
     return s;

@@ -4,48 +4,53 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace ref {
 
-// RFC 3629 decoding up to the first malformed or cut sequence, byte order marks dropped.
-inline std::vector<uint32_t> decodeUTF8(const std::string& bytes, bool* complete) {
+// One sequence at s[i] decoded by its lead byte, then the code point checked (RFC 3629: no
+// overlong forms, surrogates or values past U+10FFFF): another reading of the well-formedness
+// table than the plugin's byte-range tests. Its length, or 0 when malformed or cut.
+inline size_t sequenceLength(std::string_view s, size_t i, uint32_t* point = nullptr) {
+    if (i >= s.size()) return 0;
+    const uint8_t lead = uint8_t(s[i]);
+    size_t len;
+    uint32_t cp;
+    if (lead < 0x80) {
+        len = 1, cp = lead;
+    } else if (lead >= 0xC0 && lead < 0xE0) {
+        len = 2, cp = lead & 0x1F;
+    } else if (lead >= 0xE0 && lead < 0xF0) {
+        len = 3, cp = lead & 0x0F;
+    } else if (lead >= 0xF0 && lead < 0xF8) {
+        len = 4, cp = lead & 0x07;
+    } else {
+        return 0;
+    }
+    if (i + len > s.size()) return 0;
+    for (size_t k = 1; k < len; ++k) {
+        const uint8_t c = uint8_t(s[i + k]);
+        if ((c & 0xC0) != 0x80) return 0;
+        cp = (cp << 6) | (c & 0x3F);
+    }
+    static const uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (cp < kSmallest[len] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
+    if (point != nullptr) *point = cp;
+    return len;
+}
+
+// Decoding up to the first malformed or cut sequence, byte order marks dropped.
+inline std::vector<uint32_t> decodeUTF8(std::string_view bytes, bool* complete) {
     std::vector<uint32_t> out;
     size_t i = 0;
-    const size_t n = bytes.size();
-    auto at = [&](size_t k) { return static_cast<uint8_t>(bytes[k]); };
-    while (i < n) {
-        const uint8_t b = at(i);
-        size_t len;
+    for (size_t len; i < bytes.size(); i += len) {
         uint32_t c;
-        uint8_t lo = 0x80, hi = 0xBF;
-        if (b < 0x80) {
-            len = 1, c = b;
-        } else if (b >= 0xC2 && b <= 0xDF) {
-            len = 2, c = b & 0x1F;
-        } else if (b >= 0xE0 && b <= 0xEF) {
-            len = 3, c = b & 0x0F;
-            if (b == 0xE0) lo = 0xA0;
-            if (b == 0xED) hi = 0x9F;
-        } else if (b >= 0xF0 && b <= 0xF4) {
-            len = 4, c = b & 0x07;
-            if (b == 0xF0) lo = 0x90;
-            if (b == 0xF4) hi = 0x8F;
-        } else {
-            break;
-        }
-        if (i + len > n) break;
-        bool ok = true;
-        for (size_t k = 1; k < len; ++k) {
-            const uint8_t t = at(i + k);
-            if (t < (k == 1 ? lo : 0x80) || t > (k == 1 ? hi : 0xBF)) ok = false;
-            c = (c << 6) | (t & 0x3F);
-        }
-        if (!ok) break;
+        len = sequenceLength(bytes, i, &c);
+        if (len == 0) break;
         if (c != 0xFEFF && c != 0xFFFE) out.push_back(c);
-        i += len;
     }
-    *complete = i == n;
+    *complete = i == bytes.size();
     return out;
 }
 

@@ -1,14 +1,18 @@
-// The emulated host's strings: layout, reference counting, encodings and conversions, Len and
-// LenB, comparison. Runs against the fixture plugin, through the services the resolver hands out.
+// The emulated host as an oracle: its string services, conversions, accounting and declaration
+// parser, called directly through the resolver with the real plugin loaded. Everything the
+// plugin's own calls exercise (registration, overloads, calling conventions, exceptions, styled
+// text) is left to the end-to-end tests of each family.
 #include <iconv.h>
 
-#include <cstring>
 #include <optional>
 #include <random>
 #include <set>
+#include <stdexcept>
 
 #include "Encodings.h"
-#include "HostFixture.h"
+#include "HostInternal.h"
+#include "KxtTest.h"
+#include "XojoHostServices.h"
 
 using namespace kxt_test;
 namespace enc = xhost::encodings;
@@ -18,70 +22,76 @@ namespace {
 constexpr uint32_t kUTF8 = kREALTextEncodingUTF8;
 constexpr uint32_t kNone = kREALTextEncodingUnknown;
 
-class HostStrings : public FixtureHostTest {
-  protected:
-    REALstring build(std::string_view bytes, uint32_t encoding) {
-        return service<HostService::REALBuildStringWithEncoding>()(
-            bytes.data(), static_cast<int32_t>(bytes.size()), encoding);
-    }
-    void unlock(REALstring s) { service<HostService::REALUnlockString>()(s); }
-};
+using kxt::abi::HostService;
 
-TEST_F(HostStrings, BytesSitAtTheFixedOffsetFollowedByAZeroByte) {
-    for (std::string_view text : {"", "a", "hello world", "with\0zero"}) {
+// A host service through the resolver, typed as the service list declares it.
+template <HostService S>
+kxt::abi::HostServiceFunction<S> service() {
+    const char* name = kxt::abi::HostServiceInfo<S>::name;
+    void* p = xhost::resolve(name);
+    if (p == nullptr) throw std::runtime_error(std::string("the resolver does not know ") + name);
+    return reinterpret_cast<kxt::abi::HostServiceFunction<S>>(p);
+}
+
+REALstring build(std::string_view bytes, uint32_t encoding) {
+    return service<HostService::REALBuildStringWithEncoding>()(
+        bytes.data(), static_cast<int32_t>(bytes.size()), encoding);
+}
+void unlock(REALstring s) {
+    service<HostService::REALUnlockString>()(s);
+}
+
+class HostServices : public HostTest {};
+
+TEST_F(HostServices, StringsSitAtTheFixedOffsetAndAreCounted) {
+    for (std::string_view text : {"", "a", "with\0zero"}) {
         REALstring s = build(text, kUTF8);
-        ASSERT_NE(s, nullptr);
         const char* inline_ = reinterpret_cast<const char*>(s) + kREALStringDataOffset;
         EXPECT_EQ(std::string_view(inline_, text.size()), text);
         EXPECT_EQ(inline_[text.size()], '\0');
         EXPECT_EQ(service<HostService::StringGetCString>()(s), inline_);
-        EXPECT_EQ(service<HostService::REALGetStringEncoding>()(s), kUTF8);
+        service<HostService::REALLockString>()(s);
+        unlock(s);
+        EXPECT_EQ(host().liveStrings(), 1u);
         unlock(s);
     }
-}
-
-TEST_F(HostStrings, BuildStringHasNoEncodingAndRejectsBadLengths) {
     auto buildRaw = service<HostService::REALBuildString>();
-    REALstring s = buildRaw("ab", 2);
-    EXPECT_EQ(service<HostService::REALGetStringEncoding>()(s), kNone);
-    unlock(s);
     EXPECT_EQ(buildRaw("ab", -1), nullptr);
     EXPECT_EQ(buildRaw(nullptr, 3), nullptr);
-    EXPECT_EQ(host().liveStrings(), 0u);
 }
 
-TEST_F(HostStrings, ReferencesAreCountedAndTheLastReleaseFrees) {
-    auto lock = service<HostService::REALLockString>();
-    REALstring s = build("x", kUTF8);
-    EXPECT_EQ(host().liveStrings(), 1u);
-    lock(s);
-    lock(s);
-    unlock(s);
-    unlock(s);
-    EXPECT_EQ(host().liveStrings(), 1u);
-    unlock(s);
-    EXPECT_EQ(host().liveStrings(), 0u);
-}
-
-TEST(HostStringMisuse, ReleasingADeadHandleIsRecordedNotFatal) {
-    xhost::Host host(fixtureOptions());
-    REALstring s = service<HostService::REALBuildStringWithEncoding>()("x", 1, kUTF8);
-    service<HostService::REALUnlockString>()(s);
-    service<HostService::REALUnlockString>()(s);
+// The accounting every end-to-end test relies on: a leak, an over-release, a foreign handle and
+// a string-data record disposed twice are all visible.
+TEST(HostAccounting, LeaksAndMisusesAreVisible) {
+    xhost::Host host;
+    REALstring kept = build("kept by the plugin", kUTF8);
+    EXPECT_EQ(host.liveStrings(), 1u);
+    EXPECT_NE(host.describeLive().find("kept by the plugin"), std::string::npos);
+    REALstringData d{};
+    ASSERT_TRUE(service<HostService::PluginGetStringData>()(kept, kUTF8, &d));
+    EXPECT_EQ(host.outstandingStringData(), 1u);
+    REALstringData copy = d;
+    service<HostService::PluginDisposeStringData>()(&d);
+    service<HostService::PluginDisposeStringData>()(&copy);
+    EXPECT_EQ(host.outstandingStringData(), 0u);
+    EXPECT_EQ(host.misuses().size(), 1u);
+    unlock(kept);
+    unlock(kept);
     service<HostService::REALLockString>()(reinterpret_cast<REALstring>(&host));
-    EXPECT_EQ(host.misuses().size(), 2u);
+    EXPECT_EQ(host.misuses().size(), 3u);
     EXPECT_EQ(host.liveStrings(), 0u);
 }
 
-TEST_F(HostStrings, SetEncodingRelabelsWithoutTouchingTheBytes) {
-    REALstring s = build("\xE9", kREALTextEncodingISOLatin1);
-    service<HostService::REALSetStringEncoding>()(s, kNone);
-    EXPECT_EQ(service<HostService::REALGetStringEncoding>()(s), kNone);
-    EXPECT_EQ(std::string_view(service<HostService::StringGetCString>()(s)), "\xE9");
-    unlock(s);
+// A service whose own allocation fails answers with its neutral result and says so.
+TEST_F(HostServices, AnAllocationFailingInsideAServiceGivesItsNeutralResult) {
+#ifdef KXT_SANITIZED
+    GTEST_SKIP() << "AddressSanitizer ends the process on an allocation this size";
+#endif
+    auto create = service<HostService::RuntimeArrayCreateSingleDimBoundedArray>();
+    // More elements than the address space can hold.
+    EXPECT_EQ(create(kREALArrayTypeString, RBInteger(1) << 45), nullptr);
+    EXPECT_EQ(host().serviceFailures(), 1u);
 }
-
-// ---- Conversions ------------------------------------------------------------------------------
 
 struct ConversionCase {
     std::string bytes;
@@ -90,17 +100,14 @@ struct ConversionCase {
 };
 
 const ConversionCase kConversions[] = {
-    // é from UTF-8 into each family
     {"caf\xC3\xA9", kUTF8, kREALTextEncodingISOLatin1, "caf\xE9"},
     {"caf\xC3\xA9", kUTF8, kREALTextEncodingWindowsLatin1, "caf\xE9"},
     {"caf\xC3\xA9", kUTF8, kREALTextEncodingMacRoman, "caf\x8E"},
     {"caf\xC3\xA9", kUTF8, kREALTextEncodingASCII, "caf?"},
     {"\xC3\xA9", kUTF8, kREALTextEncodingUTF16, std::string("\xE9\0", 2)},
-    {"\xC3\xA9", kUTF8, kREALTextEncodingUTF16LE, std::string("\xE9\0", 2)},
     {"\xC3\xA9", kUTF8, kREALTextEncodingUTF16BE, std::string("\0\xE9", 2)},
     {"\xC3\xA9", kUTF8, kREALTextEncodingUTF32, std::string("\xE9\0\0\0", 4)},
     {"\xC3\xA9", kUTF8, kREALTextEncodingUTF32BE, std::string("\0\0\0\xE9", 4)},
-    {"\xC3\xA9", kUTF8, kREALTextEncodingUTF32LE, std::string("\xE9\0\0\0", 4)},
     // outside the BMP: a surrogate pair, or one "?" per code point
     {"\xF0\x9F\x98\x80", kUTF8, kREALTextEncodingUTF16, std::string("\x3D\xD8\x00\xDE", 4)},
     {"\xF0\x9F\x98\x80!", kUTF8, kREALTextEncodingISOLatin1, "?!"},
@@ -109,122 +116,99 @@ const ConversionCase kConversions[] = {
     {"\xE2\x82\xAC", kUTF8, kREALTextEncodingWindowsLatin1, "\x80"},
     {"\xE2\x82\xAC", kUTF8, kREALTextEncodingISOLatin1, "?"},
     {"\xE2\x82\xAC", kUTF8, kREALTextEncodingMacRoman, "\xDB"},
-    {"\xE2\x82\xAC", kUTF8, 0x400, "?"},
     {"\x80", kREALTextEncodingWindowsLatin1, kUTF8, "\xE2\x82\xAC"},
     // code pages of the RTF reader
     {"\x82", 0x400, kUTF8, "\xC3\xA9"},          // CP437 é
     {"\xC0", 0x502, kUTF8, "\xD0\x90"},          // CP1251 А
-    {"\xE1", 0x503, kUTF8, "\xCE\xB1"},          // CP1253 α
     {"\x82\xA0", 0x420, kUTF8, "\xE3\x81\x82"},  // Shift JIS あ
     {"\xB0\xA1", 0x421, kUTF8, "\xE5\x95\x8A"},  // GBK 啊
     {"\x80", 7, kUTF8, "\xD0\x90"},              // Mac Cyrillic А
-    {"\x80", 29, kUTF8, "\xC3\x84"},             // Mac Central European Ä
     {"\xDA", 35, kUTF8, "\xC4\x9E"},             // Mac Turkish Ğ
-    {"\xE1", 6, kUTF8, "\xCE\xB1"},              // Mac Greek α
-    {"\xCE\xB1", kUTF8, 6, "\xE1"},
+    {"\xCE\xB1", kUTF8, 6, "\xE1"},              // Mac Greek α
     // invalid sources fail
     {"\x81", kREALTextEncodingWindowsLatin1, kUTF8, std::nullopt},
     {"\xFF", kUTF8, kREALTextEncodingUTF16, std::nullopt},
     {"a\xC3", kUTF8, kREALTextEncodingUTF16, std::nullopt},
     {"\xED\xA0\x80", kUTF8, kREALTextEncodingUTF16, std::nullopt},
     {"\xC0\xAF", kUTF8, kREALTextEncodingUTF16, std::nullopt},
+    {"\xE0\x80\xAF", kUTF8, kREALTextEncodingUTF16, std::nullopt},  // overlong
+    {"\xF0\x8F\xBF\xBF", kUTF8, kREALTextEncodingUTF32, std::nullopt},
+    {"\xF4\x90\x80\x80", kUTF8, kREALTextEncodingUTF16, std::nullopt},  // past U+10FFFF
     {"abc", kREALTextEncodingUTF16, kUTF8, std::nullopt},
     {std::string("\x00\xD8", 2), kREALTextEncodingUTF16, kUTF8, std::nullopt},
     {"\x80", kREALTextEncodingASCII, kUTF8, std::nullopt},
     {"\x82", 0x420, kUTF8, std::nullopt},
-    // no source encoding: the bytes pass unchanged, relabelled
-    {"\xFF\xFE", kNone, kUTF8, "\xFF\xFE"},
+    // no source encoding: the bytes pass unchanged, relabelled; same encoding: as they are
     {"\xFF\xFE", kNone, kREALTextEncodingUTF16, "\xFF\xFE"},
-    // same encoding: the bytes as they are
     {"\xC3\xA9", kUTF8, kUTF8, "\xC3\xA9"},
 };
 
-TEST_F(HostStrings, ConvertStringFollowsTheConversionTable) {
+// REALConvertString and PluginGetStringData follow the same table.
+TEST_F(HostServices, ConversionsFollowTheTable) {
     auto convert = service<HostService::REALConvertString>();
-    for (const ConversionCase& c : kConversions) {
-        SCOPED_TRACE(::testing::PrintToString(c.bytes) + " " + enc::nameOf(c.from) + " -> " +
-                     enc::nameOf(c.to));
-        REALstring s = build(c.bytes, c.from);
-        REALstring r = convert(s, c.to);
-        if (!c.expected) {
-            EXPECT_EQ(r, nullptr);
-        } else {
-            ASSERT_NE(r, nullptr);
-            Value result = Value::adoptString(r);
-            EXPECT_EQ(result.bytes(), *c.expected);
-            EXPECT_EQ(result.encoding(), c.to);
-        }
-        unlock(s);
-    }
-}
-
-TEST_F(HostStrings, GetStringDataFollowsTheSameTableAndIsCounted) {
     auto get = service<HostService::PluginGetStringData>();
     auto dispose = service<HostService::PluginDisposeStringData>();
     for (const ConversionCase& c : kConversions) {
         SCOPED_TRACE(::testing::PrintToString(c.bytes) + " " + enc::nameOf(c.from) + " -> " +
                      enc::nameOf(c.to));
         REALstring s = build(c.bytes, c.from);
+        REALstring r = convert(s, c.to);
+        EXPECT_EQ(r != nullptr, c.expected.has_value());
+        if (r != nullptr) {
+            Value result = Value::adoptString(r);
+            EXPECT_EQ(result.bytes(), *c.expected);
+            EXPECT_EQ(result.encoding(), c.to);
+        }
         REALstringData d{};
         RBBoolean ok = get(s, c.to, &d);
         EXPECT_EQ(ok, c.expected.has_value());
         if (ok) {
-            EXPECT_EQ(host().outstandingStringData(), 1u);
             EXPECT_EQ(std::string(static_cast<const char*>(d.data), d.length), *c.expected);
             EXPECT_EQ(static_cast<const char*>(d.data)[d.length], '\0');
             EXPECT_EQ(d.encoding, c.to);
             dispose(&d);
         }
-        EXPECT_EQ(host().outstandingStringData(), 0u);
         unlock(s);
     }
 }
 
-TEST(HostStringMisuse, DisposingARecordTwiceIsRecorded) {
-    xhost::Host host(fixtureOptions());
-    REALstring s = service<HostService::REALBuildStringWithEncoding>()("x", 1, kUTF8);
-    REALstringData d{};
-    ASSERT_TRUE(service<HostService::PluginGetStringData>()(s, kUTF8, &d));
-    REALstringData copy = d;
-    service<HostService::PluginDisposeStringData>()(&d);
-    service<HostService::PluginDisposeStringData>()(&copy);
-    EXPECT_EQ(host.outstandingStringData(), 0u);
-    EXPECT_EQ(host.misuses().size(), 1u);
-    service<HostService::REALUnlockString>()(s);
-}
-
-// Random text survives every Unicode form and back.
-TEST(HostEncodings, UnicodeFormsRoundTrip) {
-    std::mt19937 rng(1234);
+// The Unicode encoders against iconv, and decoding undoes them.
+TEST(HostEncodings, UnicodeFormsMatchIconvAndRoundTrip) {
+    std::mt19937 rng(99);
     std::uniform_int_distribution<uint32_t> pick(0, 0x10FFFF);
-    const uint32_t forms[] = {kUTF8,
-                              kREALTextEncodingUTF16,
-                              kREALTextEncodingUTF16BE,
-                              kREALTextEncodingUTF16LE,
-                              kREALTextEncodingUTF32,
-                              kREALTextEncodingUTF32BE,
-                              kREALTextEncodingUTF32LE};
+    const std::pair<uint32_t, const char*> forms[] = {{kUTF8, "UTF-8"},
+                                                      {kREALTextEncodingUTF16, "UTF-16LE"},
+                                                      {kREALTextEncodingUTF16BE, "UTF-16BE"},
+                                                      {kREALTextEncodingUTF16LE, "UTF-16LE"},
+                                                      {kREALTextEncodingUTF32, "UTF-32LE"},
+                                                      {kREALTextEncodingUTF32BE, "UTF-32BE"},
+                                                      {kREALTextEncodingUTF32LE, "UTF-32LE"}};
     for (int round = 0; round < 200; ++round) {
         std::u32string text;
-        for (int i = 0; i < 20; ++i) {
+        for (int i = 0; i < 16; ++i) {
             char32_t c = pick(rng);
-            if (c >= 0xD800 && c <= 0xDFFF) c -= 0x800;
-            text.push_back(c);
+            text.push_back(c >= 0xD800 && c <= 0xDFFF ? c + 0x800 : c);
         }
-        for (uint32_t form : forms) {
-            auto back = enc::decode(enc::encode(text, form), form);
-            ASSERT_TRUE(back.has_value()) << "round " << round << " " << enc::nameOf(form);
-            EXPECT_EQ(*back, text) << "round " << round << " " << enc::nameOf(form);
+        std::string utf32le(reinterpret_cast<const char*>(text.data()), text.size() * 4);
+        for (auto [code, name] : forms) {
+            iconv_t cd = iconv_open(name, "UTF-32LE");
+            std::string out(text.size() * 4 + 8, '\0');
+            char* in = utf32le.data();
+            size_t inLeft = utf32le.size(), outLeft = out.size();
+            char* dst = out.data();
+            ASSERT_NE(iconv(cd, &in, &inLeft, &dst, &outLeft), static_cast<size_t>(-1));
+            iconv_close(cd);
+            out.resize(out.size() - outLeft);
+            ASSERT_EQ(enc::encode(text, code), out) << "round " << round << " " << name;
+            EXPECT_EQ(enc::decode(out, code), text) << "round " << round << " " << name;
         }
     }
 }
 
-// The built-in Unicode encoders agree with the system's iconv.
 // The direct conversions between the Unicode forms take the same decisions as going through
 // code points: random text, valid and damaged, short and long, mostly ASCII or mixed, so the
 // sixteen-byte steps meet every kind of neighbour.
 TEST(HostEncodings, DirectUnicodeConversionsAgreeWithCodePoints) {
-    namespace enc = xhost::encodings;
     const uint32_t kForms[] = {kREALTextEncodingUTF8, kREALTextEncodingUTF16,
                                kREALTextEncodingUTF16LE, kREALTextEncodingUTF32,
                                kREALTextEncodingUTF32LE};
@@ -254,44 +238,13 @@ TEST(HostEncodings, DirectUnicodeConversionsAgreeWithCodePoints) {
     }
 }
 
-TEST(HostEncodings, UnicodeEncodersMatchIconv) {
-    std::mt19937 rng(99);
-    std::uniform_int_distribution<uint32_t> pick(0, 0x10FFFF);
-    const std::pair<uint32_t, const char*> forms[] = {{kUTF8, "UTF-8"},
-                                                      {kREALTextEncodingUTF16BE, "UTF-16BE"},
-                                                      {kREALTextEncodingUTF16LE, "UTF-16LE"},
-                                                      {kREALTextEncodingUTF32BE, "UTF-32BE"}};
-    for (int round = 0; round < 100; ++round) {
-        std::u32string text;
-        for (int i = 0; i < 16; ++i) {
-            char32_t c = pick(rng);
-            text.push_back(c >= 0xD800 && c <= 0xDFFF ? c + 0x800 : c);
-        }
-        std::string utf32le(reinterpret_cast<const char*>(text.data()), text.size() * 4);
-        for (auto [code, name] : forms) {
-            iconv_t cd = iconv_open(name, "UTF-32LE");
-            std::string out(text.size() * 4 + 8, '\0');
-            char* in = utf32le.data();
-            size_t inLeft = utf32le.size(), outLeft = out.size();
-            char* dst = out.data();
-            ASSERT_NE(iconv(cd, &in, &inLeft, &dst, &outLeft), static_cast<size_t>(-1));
-            iconv_close(cd);
-            out.resize(out.size() - outLeft);
-            EXPECT_EQ(enc::encode(text, code), out) << "round " << round << " " << name;
-        }
-    }
-}
-
-// ---- Len, LenB, comparison --------------------------------------------------------------------
-
-struct LengthCase {
-    std::string bytes;
-    uint32_t encoding;
-    int64_t characters, bytesCount;
-};
-
-TEST_F(HostStrings, LenCountsCharactersInTheStringsEncodingAndLenBBytes) {
-    const LengthCase cases[] = {
+// Len and LenB as the plugin loads them, and the runtime's string comparison.
+TEST_F(HostServices, LenLenBAndCompare) {
+    const struct {
+        std::string bytes;
+        uint32_t encoding;
+        int64_t characters, bytesCount;
+    } lengths[] = {
         {"", kUTF8, 0, 0},
         {"caf\xC3\xA9", kUTF8, 4, 5},
         {"\xF0\x9F\x98\x80", kUTF8, 1, 4},
@@ -304,40 +257,30 @@ TEST_F(HostStrings, LenCountsCharactersInTheStringsEncodingAndLenBBytes) {
          "a",
          0x420, 2, 3},
     };
+    auto load = service<HostService::REALLoadGlobalMethod>();
     auto len = reinterpret_cast<RBInteger (*)(REALstring)>(
-        service<HostService::REALLoadGlobalMethod>()(nullptr, "Len(s as string) as integer"));
-    auto lenB = reinterpret_cast<RBInteger (*)(REALstring)>(
-        service<HostService::REALLoadGlobalMethod>()(nullptr, "LenB( s as string ) as integer"));
+        load(nullptr, "  len ( s  as string )  as integer "));
+    auto lenB =
+        reinterpret_cast<RBInteger (*)(REALstring)>(load(nullptr, "LENB(S AS STRING) AS INTEGER"));
     ASSERT_NE(len, nullptr);
     ASSERT_NE(lenB, nullptr);
-    for (const LengthCase& c : cases) {
+    EXPECT_EQ(load(nullptr, "Len(s as string) as double"), nullptr);
+    EXPECT_EQ(load("SomeModule", "Len(s as string) as integer"), nullptr);
+    for (const auto& c : lengths) {
         REALstring s = build(c.bytes, c.encoding);
         EXPECT_EQ(len(s), c.characters) << ::testing::PrintToString(c.bytes);
         EXPECT_EQ(lenB(s), c.bytesCount) << ::testing::PrintToString(c.bytes);
         unlock(s);
     }
     EXPECT_EQ(len(nullptr), 0);
-    EXPECT_EQ(lenB(nullptr), 0);
-}
 
-TEST_F(HostStrings, FrameworkMethodsMatchIgnoringCaseAndBlanks) {
-    auto load = service<HostService::REALLoadGlobalMethod>();
-    EXPECT_NE(load(nullptr, "LENB(S AS STRING) AS INTEGER"), nullptr);
-    EXPECT_NE(load(nullptr, "  len ( s  as string )  as integer "), nullptr);
-    EXPECT_EQ(load(nullptr, "Len(s as string) as double"), nullptr);
-    EXPECT_EQ(load(nullptr, "Mid(s as string, start as integer) as string"), nullptr);
-    EXPECT_EQ(load("SomeModule", "Len(s as string) as integer"), nullptr);
-}
-
-TEST_F(HostStrings, CompareIsByteWiseOverUTF8IgnoringASCIICase) {
-    struct Case {
+    const struct {
         std::string a;
         uint32_t ea;
         std::string b;
         uint32_t eb;
         int sign;
-    };
-    const Case cases[] = {
+    } comparisons[] = {
         {"abc", kUTF8, "ABC", kUTF8, 0},
         {"a", kUTF8, "b", kUTF8, -1},
         {"b", kUTF8, "A", kUTF8, 1},
@@ -347,24 +290,20 @@ TEST_F(HostStrings, CompareIsByteWiseOverUTF8IgnoringASCIICase) {
         {"\xC3\x89", kUTF8, "\xC3\xA9", kUTF8, -1},  // only ASCII letters fold
     };
     auto compare = service<HostService::RuntimeStringCompare>();
-    for (const Case& c : cases) {
+    for (const auto& c : comparisons) {
         REALstring a = build(c.a, c.ea), b = build(c.b, c.eb);
         RBInteger r = compare(a, b);
         EXPECT_EQ((r > 0) - (r < 0), c.sign) << c.a << " vs " << c.b;
         unlock(a);
         unlock(b);
     }
-    REALstring empty = build("", kUTF8);
-    EXPECT_EQ(compare(nullptr, empty), 0);
-    unlock(empty);
 }
 
-TEST(HostEncodings, NamesAndPrefixesResolve) {
+TEST(HostEncodings, NamesAndCodePagesResolve) {
     EXPECT_EQ(enc::byName("latin1"), kREALTextEncodingISOLatin1);
     EXPECT_EQ(enc::byName("UTF16BE"), kREALTextEncodingUTF16BE);
     EXPECT_EQ(enc::byName("raw"), kNone);
     EXPECT_EQ(enc::byName("klingon"), std::nullopt);
-    EXPECT_EQ(enc::nameOf(kUTF8), "UTF-8");
     EXPECT_EQ(enc::nameOf(0x12345), "unknown (0x12345)");
     // Every code page of the RTF reader's table is known.
     for (uint32_t code :
@@ -374,6 +313,64 @@ TEST(HostEncodings, NamesAndPrefixesResolve) {
         EXPECT_TRUE(enc::isKnown(code)) << code;
         EXPECT_TRUE(enc::decode("abc", code).has_value()) << code;
     }
+}
+
+// The declaration parser, which types every call: what it reads and what it refuses.
+TEST(Declarations, ParseAndReject) {
+    const struct {
+        std::string text, expected;  // name(params)result, params as [>]name:type[=default][<]
+    } cases[] = {
+        {"HexstringKXT(input as string, hexlen as integer, linelen as integer, linestart as "
+         "string, lineend as string, spacer as string,filler as string) as string",
+         "HexstringKXT(input:String,hexlen:Integer,linelen:Integer,linestart:String,lineend:"
+         "String,spacer:String,filler:String)String"},
+        {"GetStringsFromDataKXT(data as ptr, size as Integer, MinLength as Integer = 0) as "
+         "string()",
+         "GetStringsFromDataKXT(data:Ptr,size:Integer,MinLength:Integer=0)String()"},
+        {"_yDecodeMemoryKXT(data as memoryblock) as memoryblock",
+         "_yDecodeMemoryKXT(data:MemoryBlock)MemoryBlock"},
+        {"JaroWinklerDistanceKXT(a as string, b as string) as double",
+         "JaroWinklerDistanceKXT(a:String,b:String)Double"},
+        {"RTFDataKXT(extends ref as StyledText, SkipParagraphs as boolean = false, assigns value "
+         "as string)",
+         "RTFDataKXT(>ref:StyledText,SkipParagraphs:Boolean=false,value:String<)"},
+        {"Foo as Integer", "Foo()Integer"},
+        {"  Concat ( a AS STRING , b As String = \"!\" )  AS String ",
+         "Concat(a:String,b:String=\"!\")String"},
+    };
+    for (const auto& c : cases) {
+        xhost::Declaration d = xhost::parseDeclaration(c.text);
+        std::string got = d.name + "(";
+        for (const auto& p : d.params) {
+            if (&p != &d.params.front()) got += ",";
+            got += (p.extends ? ">" : "") + p.name + ":" + p.type +
+                   (p.defaultValue ? "=" + *p.defaultValue : "") + (p.assigns ? "<" : "");
+        }
+        EXPECT_EQ(got + ")" + d.resultType, c.expected) << c.text;
+    }
+    for (const char* text :
+         {"Foo(extends ref as C, , assigns value)", "Foo(a as)", "Foo(a integer)",
+          "Foo(a as integer", "(a as integer)", "Foo(a as integer) integer",
+          "Foo(a as integer, extends b as C)", "Foo(assigns a as integer, b as T)",
+          "Foo(a as integer =)", "", "Foo(1a as integer)"}) {
+        EXPECT_THROW(xhost::parseDeclaration(text), std::invalid_argument) << text;
+    }
+}
+
+TEST(HostLifetime, ValuesOutliveTheirHostSafely) {
+    Value stale;
+    {
+        xhost::Host host;
+        stale = Value::string("left behind");
+    }
+    EXPECT_EQ(xhost::Host::current(), nullptr);
+    EXPECT_THROW(stale.bytes(), std::logic_error);
+    EXPECT_THROW(Value::string("no host"), std::logic_error);
+    xhost::HostOptions missing;
+    missing.pluginPath = "/nonexistent/plugin.so";
+    xhost::Host host;
+    EXPECT_THROW(xhost::Host bad(missing), std::runtime_error);
+    EXPECT_EQ(xhost::Host::current(), &host);  // a host that fails to load changes nothing
 }
 
 }  // namespace
@@ -389,22 +386,17 @@ TEST(HandleSet, AgreesWithAnOrderedSet) {
         for (int step = 0; step < 4000; ++step) {
             auto* p = reinterpret_cast<const void*>(uintptr_t(16 * (1 + rng() % range)));
             if (rng() % 3 == 0) {
-                ASSERT_EQ(set.erase(p), reference.erase(p))
-                    << "round " << round << " step " << step;
+                ASSERT_EQ(set.erase(p), reference.erase(p)) << round << " " << step;
             } else {
                 set.insert(p);
                 reference.insert(p);
             }
             auto* q = reinterpret_cast<const void*>(uintptr_t(16 * (1 + rng() % range)));
-            ASSERT_EQ(set.count(q), reference.count(q)) << "round " << round << " step " << step;
+            ASSERT_EQ(set.count(q), reference.count(q)) << round << " " << step;
             ASSERT_EQ(set.size(), reference.size());
         }
-        std::set<const void*> members(set.begin(), set.end());
-        EXPECT_EQ(members, reference) << "round " << round;
+        EXPECT_EQ(std::set<const void*>(set.begin(), set.end()), reference) << round;
         for (const void* p : reference) EXPECT_EQ(set.erase(p), 1u);
         EXPECT_TRUE(set.empty());
-        EXPECT_EQ(set.count(nullptr), 0u);
-        set.clear();
-        EXPECT_EQ(set.begin() != set.end(), false);
     }
 }
