@@ -103,18 +103,11 @@ struct Reader {
             expect(")");
             if (w == "ChrB") return t.bytes = std::string(1, char(v)), t.encoding = 0xFFFF, t;
             t.bytes = xhost::encodings::toUTF8(std::u32string(1, char32_t(v)));
-        } else if (w == "DecodeHex") {
+        } else if (w == "DecodeHex") {  // kxt's own hex reading
             expect("(");
-            Term h = term();
-            expect(")");
-            std::string digits;
-            for (char c : h.bytes) {
-                if (c != ' ') digits += c;
-            }
-            for (size_t k = 0; k + 1 < digits.size(); k += 2) {
-                t.bytes += char(std::stoi(digits.substr(k, 2), nullptr, 16));
-            }
+            t.bytes = kxt_tool::parseTextArgument("hex:" + term().bytes)->bytes;
             t.encoding = kREALTextEncodingUnknown;
+            expect(")");
         } else if (w == "DefineEncoding" || w == "ConvertEncoding") {
             expect("(");
             Term inner = expression();
