@@ -64,15 +64,11 @@ std::string convert(const std::string& arg, const std::string& type, Attempt& a)
     return "a " + type + " parameter takes only nil here";
 }
 
-int runCall(const GlobalOptions& global, const std::vector<std::string>& args) {
-    GlobalOptions options = global;
-    size_t i = parseOptions(args, 0, options);
-    if (i >= args.size()) throw UsageError("call needs a method name");
-    const std::string& name = args[i];
-    std::vector<std::string> rest(args.begin() + static_cast<long>(i) + 1, args.end());
+}  // namespace
 
-    std::unique_ptr<xhost::Host> host = loadHost(options);
-    auto candidates = host->overloads(name);
+xhost::CallResult callWithArguments(xhost::Host& host, const std::string& name,
+                                    const std::vector<std::string>& rest) {
+    auto candidates = host.overloads(name);
     if (candidates.empty()) {
         throw UsageError("no method named " + name + " is registered (kxt list shows them)");
     }
@@ -109,7 +105,18 @@ int runCall(const GlobalOptions& global, const std::vector<std::string>& args) {
         throw UsageError("no overload of " + name + " takes these " + std::to_string(rest.size()) +
                          " argument(s)" + problems);
     }
-    xhost::CallResult result = host->callMethod(*best, chosen->values);
+    return host.callMethod(*best, chosen->values);
+}
+
+namespace {
+
+int runCall(const GlobalOptions& global, const std::vector<std::string>& args) {
+    GlobalOptions options = global;
+    size_t i = parseOptions(args, 0, options);
+    if (i >= args.size()) throw UsageError("call needs a method name");
+    std::vector<std::string> rest(args.begin() + static_cast<long>(i) + 1, args.end());
+    std::unique_ptr<xhost::Host> host = loadHost(options);
+    xhost::CallResult result = callWithArguments(*host, args[i], rest);
     if (result.exception) {
         std::fprintf(stderr, "%s: %s\n", result.exception->className.c_str(),
                      result.exception->message.c_str());

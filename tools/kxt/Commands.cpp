@@ -51,20 +51,20 @@ std::string parseHex(const std::string& digits, const std::string& arg) {
     return out;
 }
 
-void writeBytes(const std::string& bytes, bool hex) {
+void writeBytes(const std::string& bytes, bool hex, FILE* out) {
     if (hex) {
         static const char digits[] = "0123456789abcdef";
-        std::string out;
-        out.reserve(bytes.size() * 2);
+        std::string text;
+        text.reserve(bytes.size() * 2);
         for (unsigned char c : bytes) {
-            out.push_back(digits[c >> 4]);
-            out.push_back(digits[c & 15]);
+            text.push_back(digits[c >> 4]);
+            text.push_back(digits[c & 15]);
         }
-        std::fwrite(out.data(), 1, out.size(), stdout);
+        std::fwrite(text.data(), 1, text.size(), out);
     } else {
-        std::fwrite(bytes.data(), 1, bytes.size(), stdout);
+        std::fwrite(bytes.data(), 1, bytes.size(), out);
     }
-    std::fputc('\n', stdout);
+    std::fputc('\n', out);
 }
 }  // namespace
 
@@ -160,45 +160,45 @@ std::optional<TextArgument> parseTextArgument(const std::string& arg) {
     return t;
 }
 
-void printValue(const xhost::Value& v, const GlobalOptions& o) {
+void printValue(const xhost::Value& v, const GlobalOptions& o, FILE* out) {
     using T = xhost::Value::Type;
     switch (v.type()) {
         case T::Nil:
             return;
         case T::String:
             if (o.showEncoding) {
-                std::printf("%s\n", xhost::encodings::nameOf(v.encoding()).c_str());
+                std::fprintf(out, "%s\n", xhost::encodings::nameOf(v.encoding()).c_str());
             }
-            writeBytes(v.bytes(), o.hex);
+            writeBytes(v.bytes(), o.hex, out);
             return;
         case T::MemoryBlock:
-            writeBytes(v.bytes(), o.hex);
+            writeBytes(v.bytes(), o.hex, out);
             return;
         case T::Array:
-            for (const std::string& s : v.strings()) writeBytes(s, o.hex);
+            for (const std::string& s : v.strings()) writeBytes(s, o.hex, out);
             return;
         case T::Integer:
-            std::printf("%lld\n", static_cast<long long>(v.asInteger()));
+            std::fprintf(out, "%lld\n", static_cast<long long>(v.asInteger()));
             return;
         case T::Boolean:
-            std::printf("%s\n", v.asBoolean() ? "true" : "false");
+            std::fprintf(out, "%s\n", v.asBoolean() ? "true" : "false");
             return;
         case T::Double: {
             double d = v.asDouble();
             if (std::isnan(d)) {
-                std::printf("nan\n");
+                std::fprintf(out, "nan\n");
             } else if (std::isinf(d)) {
-                std::printf("%s\n", d < 0 ? "-inf" : "inf");
+                std::fprintf(out, "%s\n", d < 0 ? "-inf" : "inf");
             } else {
-                std::printf("%.17g\n", d);
+                std::fprintf(out, "%.17g\n", d);
             }
             return;
         }
         case T::Ptr:
-            std::printf("%p\n", v.asPointer());
+            std::fprintf(out, "%p\n", v.asPointer());
             return;
         case T::Object:
-            std::printf("%s\n", v.isNil() ? "nil" : "(object)");
+            std::fprintf(out, "%s\n", v.isNil() ? "nil" : "(object)");
             return;
     }
 }

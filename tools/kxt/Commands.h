@@ -3,6 +3,7 @@
 // KXT_COMMAND, so adding one needs no change to the dispatcher.
 #pragma once
 
+#include <cstdio>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -56,7 +57,18 @@ struct TextArgument {
 };
 std::optional<TextArgument> parseTextArgument(const std::string& arg);
 
-// Prints a value to stdout as the options ask.
-void printValue(const xhost::Value& value, const GlobalOptions& options);
+// Prints a value as the options ask.
+void printValue(const xhost::Value& value, const GlobalOptions& options, FILE* out = stdout);
+
+// Calls NAME with command-line arguments typed by the overload that fits (the syntax of
+// `kxt call`). Throws UsageError when no overload takes them.
+xhost::CallResult callWithArguments(xhost::Host& host, const std::string& name,
+                                    const std::vector<std::string>& args);
+
+// What `kxt rtf` prints for these RTF bytes: the runs and paragraphs a new StyledText gets from
+// assigning them to RTFDataKXT, and with roundTrip the RTF read back. Returns 1 when the
+// property raised (the exception goes to err), else 0.
+int reportRTF(xhost::Host& host, const std::string& rtf, bool roundTrip, bool skipParagraphs,
+              FILE* out, FILE* err);
 
 }  // namespace kxt_tool

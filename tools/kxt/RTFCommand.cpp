@@ -94,50 +94,57 @@ int runRTF(const GlobalOptions& global, const std::vector<std::string>& args) {
     std::string rtf = ReadInput(path);
 
     std::unique_ptr<xhost::Host> host = loadHost(options);
-    xhost::Value text = host->newStyledText({});
+    int status = reportRTF(*host, rtf, roundTrip, skipParagraphs, stdout, stderr);
+    std::fflush(stdout);
+    return status;
+}
+
+}  // namespace
+
+int reportRTF(xhost::Host& host, const std::string& rtf, bool roundTrip, bool skipParagraphs,
+              FILE* out, FILE* err) {
+    xhost::Value text = host.newStyledText({});
     xhost::CallResult set =
-        host->setRTF(text, xhost::Value::string(rtf, kREALTextEncodingUnknown), skipParagraphs);
+        host.setRTF(text, xhost::Value::string(rtf, kREALTextEncodingUnknown), skipParagraphs);
     if (set.exception) {
-        std::fprintf(stderr, "%s: %s\n", set.exception->className.c_str(),
+        std::fprintf(err, "%s: %s\n", set.exception->className.c_str(),
                      set.exception->message.c_str());
         return 1;
     }
 
-    std::vector<xhost::RunSpec> runs = host->styleRuns(text);
-    std::printf("runs: %zu\n", runs.size());
+    std::vector<xhost::RunSpec> runs = host.styleRuns(text);
+    std::fprintf(out, "runs: %zu\n", runs.size());
     for (size_t i = 0; i < runs.size(); ++i) {
         const xhost::RunSpec& r = runs[i];
-        std::printf("  %zu: %s font=%s size=%lld color=#%06X%s%s%s\n", i, Quoted(r.text).c_str(),
-                    Quoted(r.font).c_str(), (long long)r.size, r.color, r.bold ? " bold" : "",
-                    r.italic ? " italic" : "", r.underline ? " underline" : "");
+        std::fprintf(out, "  %zu: %s font=%s size=%lld color=#%06X%s%s%s\n", i,
+                     Quoted(r.text).c_str(), Quoted(r.font).c_str(), (long long)r.size, r.color,
+                     r.bold ? " bold" : "", r.italic ? " italic" : "",
+                     r.underline ? " underline" : "");
     }
-    std::vector<xhost::ParagraphSpec> paragraphs = host->paragraphs(text);
-    std::printf("paragraphs: %zu\n", paragraphs.size());
+    std::vector<xhost::ParagraphSpec> paragraphs = host.paragraphs(text);
+    std::fprintf(out, "paragraphs: %zu\n", paragraphs.size());
     for (size_t i = 0; i < paragraphs.size(); ++i) {
         const xhost::ParagraphSpec& p = paragraphs[i];
-        std::printf("  %zu: %lld-%lld alignment=%lld (%s)\n", i, (long long)p.start,
-                    (long long)p.end, (long long)p.alignment, AlignmentName(p.alignment));
+        std::fprintf(out, "  %zu: %lld-%lld alignment=%lld (%s)\n", i, (long long)p.start,
+                     (long long)p.end, (long long)p.alignment, AlignmentName(p.alignment));
     }
 
     if (roundTrip) {
-        xhost::CallResult got = host->getRTF(text, skipParagraphs);
+        xhost::CallResult got = host.getRTF(text, skipParagraphs);
         if (got.exception) {
-            std::fprintf(stderr, "%s: %s\n", got.exception->className.c_str(),
+            std::fprintf(err, "%s: %s\n", got.exception->className.c_str(),
                          got.exception->message.c_str());
             return 1;
         }
-        std::printf("rtf:\n");
+        std::fprintf(out, "rtf:\n");
         if (got.value.isNil()) {
-            std::printf("nil\n");
+            std::fprintf(out, "nil\n");
         } else {
-            printValue(got.value, options);
+            printValue(got.value, GlobalOptions{}, out);
         }
     }
-    std::fflush(stdout);
     return 0;
 }
-
-}  // namespace
 
 KXT_COMMAND(rtf, "rtf", "[--roundtrip] [--skip-paragraphs] FILE",
             "assign FILE (- for stdin) to RTFDataKXT and print the runs and paragraphs; "
