@@ -6,6 +6,8 @@
 // same function. The link options in CMakeLists.txt choose the wraps each target needs; the
 // shipping policy check (scripts/elf_policy.py) names any import that slips past.
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cstddef>
 
@@ -69,6 +71,12 @@ KXT_AT_FLOOR(__fxstat64, kxt_floor_fxstat64);
 int kxt_floor_fxstat64(int, int, struct stat64*);
 __attribute__((visibility("hidden"))) int __wrap_fstat64(int fd, struct stat64* st) {
     return kxt_floor_fxstat64(KXT_STAT_VER, fd, st);
+}
+
+// libffi (inside kxt) asks for memfd_create (2.27) for its closures; the system call is older
+// than the function, and a kernel without it makes libffi take another way.
+__attribute__((visibility("hidden"))) int __wrap_memfd_create(const char* name, unsigned flags) {
+    return static_cast<int>(syscall(SYS_memfd_create, name, flags));
 }
 
 // crt1.o of glibc 2.34 and later calls the new __libc_start_main without the constructor
