@@ -2,11 +2,14 @@
 // sources include this; clients use XojoHost.h.
 #pragma once
 
+#include <atomic>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
 #include <map>
+#include <mutex>
+#include <shared_mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,7 +23,7 @@ namespace xhost {
 struct StringHeader {
     uint32_t magic;
     uint32_t encoding;
-    int64_t refs;
+    std::atomic<int64_t> refs;
     int64_t length;
     uint64_t serial;  // creation order, for describeLive
 };
@@ -45,7 +48,7 @@ struct Object {
     uint32_t magic = kObjectMagic;
     ObjectKind kind = ObjectKind::Plain;
     std::string className;
-    int64_t refs = 1;
+    std::atomic<int64_t> refs = 1;
     uint64_t serial = 0;
     std::vector<PropValue> props;
     // MemoryBlock
@@ -171,20 +174,34 @@ class HandleSet {
     int shift_ = 64;
 };
 
+// One host is called from many threads at once. Each structure has a lock of its own, taken
+// only around the structure: one lock over every service would order every call after the
+// one before and hide the plugin's own races from ThreadSanitizer. Handle lookups, by far the
+// most frequent use, share their lock, so concurrent lookups do not order each other either.
+// Registration happens while the plugin starts, before any call; the registry is read-only
+// afterwards.
 struct Host::State {
     uint64_t hostSerial = 0;
-    uint64_t nextSerial = 1;
+    std::atomic<uint64_t> nextSerial = 1;
+    mutable std::shared_mutex stringsLock, objectsLock, stringDataLock;
     HandleSet<const void*> strings;  // live string blocks
     HandleSet<const Object*> objects;
     HandleSet<const StringDataRecord*> stringData;
-    Object* pending = nullptr;  // exception raised by the running handler
-    int64_t yields = 0;
+    std::atomic<int64_t> yields = 0;
     uint32_t interfaceVersion = 0;
     std::vector<RegisteredModule> modules;
     std::vector<RegisteredMethod> globals;
     std::vector<RegisteredClassExtension> extensions;
+    mutable std::mutex misusesLock;
     std::vector<std::string> misuses;
 };
+
+// The exception raised by the handler running on the calling thread in this host, not yet
+// taken (the slot holds its reference). Kept per thread: handlers on other threads raise
+// their own.
+Object*& pendingException(Host::State& st);
+// Forgets the calling thread's slot of a host that goes away.
+void dropPendingException(Host::State& st);
 
 struct HostAccess {
     static Host::State* state(Host& h) { return h.state_; }

@@ -11,9 +11,11 @@
 
 namespace {
 
-MethodCache<void (*)(REALobject, RBInteger)> gRemoveStyleRun{"RemoveStyleRun(Index as Integer)"};
-MethodCache<void (*)(REALobject, REALobject)> gAppendStyleRun{"AppendStyleRun(Run as StyleRun)"};
-MethodCache<void (*)(REALobject, RBInteger, RBInteger)> gSetParagraphAlignment{
+thread_local MethodCache<void (*)(REALobject, RBInteger)> gRemoveStyleRun{
+    "RemoveStyleRun(Index as Integer)"};
+thread_local MethodCache<void (*)(REALobject, REALobject)> gAppendStyleRun{
+    "AppendStyleRun(Run as StyleRun)"};
+thread_local MethodCache<void (*)(REALobject, RBInteger, RBInteger)> gSetParagraphAlignment{
     "ParagraphAlignment(Index As Integer, assigns _value as Integer)"};
 
 void Log(const char* text) {

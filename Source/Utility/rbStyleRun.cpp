@@ -99,8 +99,9 @@ int64_t GetInteger(REALobject object, const char* name) {
 }
 
 using IndexedMethod = REALobject (*)(REALobject, RBInteger);
-MethodCache<IndexedMethod> gStyleRunMethod{"StyleRun(Index as Integer) As StyleRun"};
-MethodCache<IndexedMethod> gParagraphMethod{"Paragraph(Index as Integer) As Paragraph"};
+thread_local MethodCache<IndexedMethod> gStyleRunMethod{"StyleRun(Index as Integer) As StyleRun"};
+thread_local MethodCache<IndexedMethod> gParagraphMethod{
+    "Paragraph(Index as Integer) As Paragraph"};
 
 RBInteger (*gLen)(REALstring) = nullptr;
 bool gLenLookedUp = false;
