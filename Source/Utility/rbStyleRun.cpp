@@ -2,6 +2,7 @@
 #include "rbStyleRun.h"
 
 #include <algorithm>
+#include <atomic>
 #include <utility>
 
 #include "REALplugin.h"
@@ -103,8 +104,9 @@ thread_local MethodCache<IndexedMethod> gStyleRunMethod{"StyleRun(Index as Integ
 thread_local MethodCache<IndexedMethod> gParagraphMethod{
     "Paragraph(Index as Integer) As Paragraph"};
 
-RBInteger (*gLen)(REALstring) = nullptr;
-bool gLenLookedUp = false;
+// The framework's Len, looked up again while the host has none. One atomic pointer, no
+// separate flag that another thread could see before the pointer.
+std::atomic<RBInteger (*)(REALstring)> gLen = nullptr;
 
 }  // namespace
 
@@ -145,12 +147,13 @@ REALobject GetParagraph(REALobject styledText, int64_t index) {
 }
 
 int64_t GetStringLength(REALstring s) {
-    if (!gLenLookedUp) {
-        gLen = reinterpret_cast<RBInteger (*)(REALstring)>(
+    auto len = gLen.load(std::memory_order_relaxed);
+    if (len == nullptr) {
+        len = reinterpret_cast<RBInteger (*)(REALstring)>(
             REALLoadFrameworkMethod("Len(s as string) as integer"));
-        gLenLookedUp = gLen != nullptr;
+        gLen.store(len, std::memory_order_relaxed);
     }
-    return gLen != nullptr ? gLen(s) : 0;
+    return len != nullptr ? len(s) : 0;
 }
 
 REALstring CleanupText(REALstring) {

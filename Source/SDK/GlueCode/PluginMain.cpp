@@ -1,6 +1,7 @@
 // Entry points and the binding layer: every host service is resolved by name on first use.
 #include <unistd.h>
 
+#include <atomic>
 #include <type_traits>
 
 #include "REALplugin.h"
@@ -10,17 +11,21 @@ namespace {
 REALResolver gResolver = nullptr;
 
 // One cached host function. A null lookup is not remembered, so a service that appears later
-// (or a test host that stops hiding it) is found on the next call.
+// (or a test host that stops hiding it) is found on the next call. Atomic: calls on several
+// threads may look it up at once (they store the same pointer). Relaxed: the pointer leads to
+// the host's code, not to anything this plugin wrote.
 template <typename Fn>
 struct HostFunction {
     const char* name;
-    Fn cached = nullptr;
+    std::atomic<Fn> cached = nullptr;
 
     Fn get() {
-        if (cached == nullptr && gResolver != nullptr) {
-            cached = reinterpret_cast<Fn>(gResolver(name));
+        Fn f = cached.load(std::memory_order_relaxed);
+        if (f == nullptr && gResolver != nullptr) {
+            f = reinterpret_cast<Fn>(gResolver(name));
+            cached.store(f, std::memory_order_relaxed);
         }
-        return cached;
+        return f;
     }
 };
 
@@ -76,7 +81,7 @@ KXT_HOST(hMemoryBlockGetPtr, "memoryBlockGetPtr", void*, REALmemoryBlock);
 KXT_HOST(hMemoryBlockGetSize, "memoryBlockGetSize", RBInteger, REALmemoryBlock);
 
 // The framework's LenB, loaded once it is available.
-RBInteger (*gLenB)(REALstring) = nullptr;
+std::atomic<RBInteger (*)(REALstring)> gLenB = nullptr;
 
 }  // namespace
 
@@ -150,11 +155,13 @@ const char* REALGetStringContents(REALstring s, size_t* lengthOut) {
     if (s == nullptr) return nullptr;
     auto getCString = hGetCString.get();
     if (lengthOut != nullptr) {
-        if (gLenB == nullptr) {
-            gLenB = reinterpret_cast<RBInteger (*)(REALstring)>(
+        auto lenB = gLenB.load(std::memory_order_relaxed);
+        if (lenB == nullptr) {
+            lenB = reinterpret_cast<RBInteger (*)(REALstring)>(
                 REALLoadFrameworkMethod("LenB( s as string ) as integer"));
+            gLenB.store(lenB, std::memory_order_relaxed);
         }
-        if (gLenB != nullptr) *lengthOut = static_cast<size_t>(gLenB(s));
+        if (lenB != nullptr) *lengthOut = static_cast<size_t>(lenB(s));
     }
     return getCString != nullptr ? getCString(s) : nullptr;
 }
