@@ -25,6 +25,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <barrier>
 #include <chrono>
 #include <cinttypes>
 #include <cmath>
@@ -34,7 +35,6 @@
 #include <ctime>
 #include <fstream>
 #include <functional>
-#include <latch>
 #include <map>
 #include <set>
 #include <sstream>
@@ -1114,20 +1114,21 @@ int runThreads(const std::vector<Case>& all, const Scale& scale, int threads, in
             for (size_t i = 0; i < all.size(); ++i) all[i].make(mine[i], scale);
         }
         std::vector<std::vector<std::string>> got(static_cast<size_t>(threads));
-        std::latch ready(threads + 1);
+        // The threads start each case together, so they meet whatever it builds on first use
+        // at the same moment.
+        std::barrier together(threads);
         std::atomic<int> running = threads;
         std::vector<std::thread> pool;
         for (int t = 0; t < threads; ++t) {
             pool.emplace_back([&, t] {
-                ready.arrive_and_wait();
                 for (size_t i = 0; i < all.size(); ++i) {
+                    together.arrive_and_wait();
                     got[size_t(t)].push_back(
                         outcomeOf(host, all[i], methods[i], args[size_t(t)][i]));
                 }
                 --running;
             });
         }
-        ready.arrive_and_wait();
         while (running > 0) {
             host.setDebugging(false);
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
