@@ -29,8 +29,12 @@ namespace {
 // The active host: the one whose plugin copy is running, and whose state the resolver and the
 // services use. Several hosts may be alive; each call activates its own, for its thread. A
 // thread that has activated none (or whose host is gone) gets the host made or activated last.
-thread_local Host* tActive = nullptr;
-thread_local uint64_t tActiveChecked = 0;  // gHostsGone when tActive was last known alive
+// The host library is linked into programs only, never into a shared object loaded later, so
+// its thread-locals can take the initial-exec model: an offset from the thread pointer instead
+// of a call per access (every service looks up the active host).
+#define KXT_THREAD_LOCAL thread_local __attribute__((tls_model("initial-exec")))
+KXT_THREAD_LOCAL Host* tActive = nullptr;
+KXT_THREAD_LOCAL uint64_t tActiveChecked = 0;  // gHostsGone when tActive was last known alive
 std::atomic<Host*> gLatest{nullptr};
 // Never destroyed: hosts held in statics are destroyed at exit, after this file's globals.
 std::shared_mutex gLiveLock;
@@ -38,14 +42,20 @@ std::vector<Host*>& gLive = *new std::vector<Host*>;
 std::atomic<uint64_t> gHostsGone{0};
 std::atomic<uint64_t> gHostSerials{0};
 
-Host* activeHost() {
-    const uint64_t gone = gHostsGone.load(std::memory_order_acquire);
-    if (tActive != nullptr && tActiveChecked != gone) {
+__attribute__((noinline)) Host* activeHostAfterChange(uint64_t gone) {
+    if (tActive != nullptr) {
         std::shared_lock<std::shared_mutex> lock(gLiveLock);
         if (std::find(gLive.begin(), gLive.end(), tActive) == gLive.end()) tActive = nullptr;
         tActiveChecked = gone;
     }
     return tActive != nullptr ? tActive : gLatest.load(std::memory_order_acquire);
+}
+
+inline Host* activeHost() {
+    const uint64_t gone = gHostsGone.load(std::memory_order_acquire);
+    if (tActive != nullptr && tActiveChecked == gone) [[likely]]
+        return tActive;
+    return activeHostAfterChange(gone);
 }
 
 void makeActive(Host* h) {
@@ -62,7 +72,7 @@ bool isHidden(std::string_view name) {
 
 // Each thread's pending exceptions, one slot per host it has called (a deque: slots stay put
 // while others are added).
-thread_local std::deque<std::pair<uint64_t, Object*>> tPending;
+KXT_THREAD_LOCAL std::deque<std::pair<uint64_t, Object*>> tPending;
 
 // ---- Services that belong to the host as a whole ----------------------------------------------
 
@@ -521,6 +531,10 @@ Host::State* currentState() {
 }
 
 Host::State* liveState(uint64_t hostSerial) {
+    // Mostly the thread's active host, alive while it calls.
+    if (Host* h = activeHost(); h != nullptr && HostAccess::state(*h)->hostSerial == hostSerial) {
+        return HostAccess::state(*h);
+    }
     std::shared_lock<std::shared_mutex> lock(gLiveLock);
     for (Host* h : gLive) {
         if (HostAccess::state(*h)->hostSerial == hostSerial) return HostAccess::state(*h);
@@ -651,6 +665,10 @@ CallResult Host::callMethod(const RegisteredMethod& method, const std::vector<Va
         throw std::invalid_argument("\"" + method.declarationText + "\" does not accept " +
                                     describeArgs(args));
     }
+    if (args.size() == d.params.size()) {
+        return invoke(*state_, method.function, typesOf(d), d.resultType, args);
+    }
+    // Copies only to add the defaults: each copy of a handle is a reference taken and released.
     std::vector<Value> full = args;
     for (size_t i = args.size(); i < d.params.size(); ++i) {
         full.push_back(defaultValue(d.params[i], method.declarationText));
@@ -793,15 +811,15 @@ void Host::setParagraphAlignment(const Value& styledText, int64_t index, int64_t
 // ---- Accounting -------------------------------------------------------------------------------
 
 size_t Host::liveStrings() const {
-    std::shared_lock<std::shared_mutex> lock(state_->stringsLock);
+    std::lock_guard<std::mutex> lock(state_->stringsLock);
     return state_->strings.size();
 }
 size_t Host::liveObjects() const {
-    std::shared_lock<std::shared_mutex> lock(state_->objectsLock);
+    std::lock_guard<std::mutex> lock(state_->objectsLock);
     return state_->objects.size();
 }
 size_t Host::outstandingStringData() const {
-    std::shared_lock<std::shared_mutex> lock(state_->stringDataLock);
+    std::lock_guard<std::mutex> lock(state_->stringDataLock);
     return state_->stringData.size();
 }
 int64_t Host::yieldCount() const {

@@ -58,7 +58,7 @@ const std::vector<ClassDef>& classes() {
 
 Object* registerObject(Host::State& st, Object* o) {
     o->serial = st.nextSerial.fetch_add(1, std::memory_order_relaxed);
-    std::lock_guard<std::shared_mutex> lock(st.objectsLock);
+    std::lock_guard<std::mutex> lock(st.objectsLock);
     st.objects.insert(o);
     return o;
 }
@@ -303,9 +303,9 @@ Object* newObject(Host::State& st, std::string_view className) {
 Object* liveObject(Host::State& st, const void* handle) {
     if (handle == nullptr) return nullptr;
     auto* o = static_cast<const Object*>(handle);
-    bool live;
-    {
-        std::shared_lock<std::shared_mutex> lock(st.objectsLock);
+    bool live = st.objects.seen(o);
+    if (!live) {
+        std::lock_guard<std::mutex> lock(st.objectsLock);
         live = st.objects.count(o) != 0;
     }
     if (!live || o->magic != kObjectMagic) {
@@ -326,7 +326,7 @@ void unlockObject(Host::State& st, Object* o) {
     releaseContents(st, o);
     o->magic = kDeadMagic;
     {
-        std::lock_guard<std::shared_mutex> lock(st.objectsLock);
+        std::lock_guard<std::mutex> lock(st.objectsLock);
         st.objects.erase(o);
     }
     delete o;

@@ -125,16 +125,16 @@ REALstring newString(Host::State& st, const char* data, size_t length, uint32_t 
                                  st.nextSerial.fetch_add(1, std::memory_order_relaxed)};
     if (length > 0) std::memcpy(dataOf(block), data, length);
     dataOf(block)[length] = '\0';
-    std::lock_guard<std::shared_mutex> lock(st.stringsLock);
+    std::lock_guard<std::mutex> lock(st.stringsLock);
     st.strings.insert(h);
     return static_cast<REALstring>(block);
 }
 
 StringHeader* liveString(Host::State& st, REALstring s) {
     if (s == nullptr) return nullptr;
-    bool live;
-    {
-        std::shared_lock<std::shared_mutex> lock(st.stringsLock);
+    bool live = st.strings.seen(s);
+    if (!live) {
+        std::lock_guard<std::mutex> lock(st.stringsLock);
         live = st.strings.count(s) != 0;
     }
     if (!live || headerOf(s)->magic != kStringMagic) {
@@ -160,7 +160,7 @@ void unlockString(Host::State& st, REALstring s) {
     if (h->refs.fetch_sub(1, std::memory_order_acq_rel) > 1) return;
     h->magic = kDeadMagic;
     {
-        std::lock_guard<std::shared_mutex> lock(st.stringsLock);
+        std::lock_guard<std::mutex> lock(st.stringsLock);
         st.strings.erase(s);
     }
     freeBlock(s);
@@ -229,7 +229,7 @@ RBBoolean getStringData(REALstring s, uint32_t encoding, REALstringData* out) {
     auto* record = new StringDataRecord;
     record->bytes = std::move(*converted);
     {
-        std::lock_guard<std::shared_mutex> lock(st->stringDataLock);
+        std::lock_guard<std::mutex> lock(st->stringDataLock);
         st->stringData.insert(record);
     }
     out->data = record->bytes.c_str();
@@ -246,7 +246,7 @@ void disposeStringData(REALstringData* data) {
     auto* record = static_cast<const StringDataRecord*>(data->private1);
     size_t erased;
     {
-        std::lock_guard<std::shared_mutex> lock(st->stringDataLock);
+        std::lock_guard<std::mutex> lock(st->stringDataLock);
         erased = st->stringData.erase(record);
     }
     if (erased == 0) {
