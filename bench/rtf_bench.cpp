@@ -26,7 +26,7 @@ class CountingSink : public ParseSink {
         buffer.clear();
         run_ = false;
     }
-    void addUnit(uint16_t, int64_t) override {
+    void addUnits(std::u16string_view, int64_t) override {
         if (run_) ++runs;
         run_ = false;
     }

@@ -16,20 +16,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     RunCollector reader;
     ParseRTF(rtf, reader);
 
-    // Every run is one UTF-16 unit or bytes without a zero byte.
+    // Every run is one character as UTF-16 (one unit that is no surrogate, or a surrogate pair)
+    // or bytes without a zero byte.
     std::vector<std::vector<uint16_t>> texts;
     for (const ParsedRun& r : reader.runs) {
-        if (r.encoding == kREALTextEncodingUTF16) {
-            if (r.bytes.size() != 2) abort();
-        } else if (r.bytes.find('\0') != std::string::npos) {
-            abort();
-        }
         // Bytes taken as Latin-1 units, so the writer sees every value.
         std::vector<uint16_t> units;
         if (r.encoding == kREALTextEncodingUTF16) {
-            uint16_t u;
-            std::memcpy(&u, r.bytes.data(), 2);
-            units.push_back(u);
+            units.resize(r.bytes.size() / 2);
+            std::memcpy(units.data(), r.bytes.data(), units.size() * 2);
+            const bool single = units.size() == 1 && (units[0] < 0xD800 || units[0] > 0xDFFF);
+            const bool pair = units.size() == 2 && units[0] >= 0xD800 && units[0] <= 0xDBFF &&
+                              units[1] >= 0xDC00 && units[1] <= 0xDFFF;
+            if (r.bytes.size() % 2 != 0 || !(single || pair)) abort();
+        } else if (r.bytes.find('\0') != std::string::npos) {
+            abort();
         } else {
             for (unsigned char c : r.bytes) units.push_back(c);
         }

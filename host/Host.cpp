@@ -244,7 +244,7 @@ const std::unordered_map<std::string, void*>& serviceTable() {
         {"REALSetPropValueUInt32", fn(&setPropUInt32)},
         {"REALSetPropValueBoolean", fn(&setPropBoolean)},
         {"RuntimeArrayCreateSingleDimBoundedArray", fn(&createArray)},
-        {"PluginStringArrayInsertProc", fn(&insertArrayString)},
+        {"PluginStringArrayInsertProc", fn(&stringArrayInsertProc)},
         {"REALGetStringEncoding", fn(&getStringEncoding)},
         {"REALSetStringEncoding", fn(&setStringEncoding)},
         {"REALConvertString", fn(&convertString)},
@@ -715,7 +715,7 @@ bool Host::setDebugging(bool on) {
     activate();
     const RegisteredProperty* p = findDebugging(*this);
     if (p == nullptr || p->setter == nullptr) return false;
-    reinterpret_cast<void (*)(RBBoolean)>(p->setter)(on);
+    reinterpret_cast<void (*)(RBBoolean)>(p->setter)(on ? 1 : 0);
     return true;
 }
 
@@ -723,7 +723,7 @@ std::optional<bool> Host::debugging() {
     activate();
     const RegisteredProperty* p = findDebugging(*this);
     if (p == nullptr || p->getter == nullptr) return std::nullopt;
-    return reinterpret_cast<RBBoolean (*)()>(p->getter)();
+    return reinterpret_cast<RBBoolean (*)()>(p->getter)() != 0;
 }
 
 // ---- Objects for tests ------------------------------------------------------------------------

@@ -18,7 +18,7 @@ void setStringEncoding(REALstring s, uint32_t encoding);
 REALstring convertString(REALstring s, uint32_t encoding);
 RBBoolean getStringData(REALstring s, uint32_t encoding, REALstringData* out);
 void disposeStringData(REALstringData* data);
-int32_t compareStrings(REALstring a, REALstring b);
+RBInteger compareStrings(REALstring a, REALstring b);
 // Xojo's default comparison: byte-wise over UTF-8, ASCII letters compared case-insensitively.
 int32_t compareTexts(std::string_view a, std::string_view b);
 RBInteger lenB(REALstring s);
@@ -38,6 +38,8 @@ RBBoolean setPropUInt32(REALobject o, const char* name, uint32_t value);
 RBBoolean setPropBoolean(REALobject o, const char* name, RBBoolean value);
 REALarray createArray(int32_t elementType, RBInteger upperBound);
 void insertArrayString(REALarray array, RBInteger index, REALstring value);
+// The insert function of a string array (insertArrayString), or null.
+void* stringArrayInsertProc(REALarray array);
 RBInteger arrayUBound(REALarray array);
 void raiseException(REALobject exception);
 REALobject callWithExceptionHandler(void (*f)(void*), void* arg);

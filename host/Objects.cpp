@@ -554,6 +554,22 @@ void insertArrayString(REALarray array, RBInteger index, REALstring value) {
     a->elements.insert(a->elements.begin() + index, value);
 }
 
+void* stringArrayInsertProc(REALarray array) {
+    Host::State* st = currentState();
+    if (st == nullptr) return nullptr;
+    if (array == nullptr) {
+        misuse(*st, "PluginStringArrayInsertProc(null)");
+        return nullptr;
+    }
+    Object* a = liveObject(*st, array);  // an unknown handle is a misuse of its own
+    if (a == nullptr) return nullptr;
+    if (a->kind != ObjectKind::Array) {
+        misuse(*st, "PluginStringArrayInsertProc of a " + a->className + ", not a string array");
+        return nullptr;
+    }
+    return reinterpret_cast<void*>(&insertArrayString);
+}
+
 RBInteger arrayUBound(REALarray array) {
     Object* a = serviceObject(array);
     if (a == nullptr || a->kind != ObjectKind::Array) return -1;

@@ -260,12 +260,14 @@ void disposeStringData(REALstringData* data) {
     data->private2 = 0;
 }
 
-int32_t compareStrings(REALstring a, REALstring b) {
+RBInteger compareStrings(REALstring a, REALstring b) {
     Host::State* st = currentState();
     if (st == nullptr) return 0;
     std::string x = a ? stringAsUTF8(*st, a) : std::string();
     std::string y = b ? stringAsUTF8(*st, b) : std::string();
-    return compareTexts(x, y);
+    // The order may come back at any magnitude; this one has its low 32 bits zero, so a caller
+    // that narrows the result takes every pair of strings for equal.
+    return RBInteger(compareTexts(x, y)) * (RBInteger(1) << 32);
 }
 
 int32_t compareTexts(std::string_view x, std::string_view y) {

@@ -129,6 +129,9 @@ TEST_F(Encoders, HTMLAndXMLDecodingGiveUTF8) {
                  kUTF8);
     expectString("DecodingFromHTMLKXT", {S("&#X41;&unknown;&#0;")}, "&#X41;&unknown;&#0;", kUTF8);
     expectString("DecodingFromHTMLKXT", {S("x&amp")}, "x&", kUTF8);
+    // A reference to no character stays as written; it does not empty the result.
+    expectString("DecodingFromHTMLKXT", {S("abc &#xD800; &#66; &#x110000;&amp;")},
+                 "abc &#xD800; B &#x110000;&", kUTF8);
     expectString("DecodingFromXMLKXT", {S("&eacute;&#233;&apos;")}, "\xC3\xA9\xC3\xA9'", kUTF8);
     expectString("DecodingFromHTMLKXT", {S("\xE9&lt;", kLatin1)}, "\xC3\xA9<", kUTF8);
 }
@@ -138,6 +141,14 @@ TEST_F(Encoders, XMLEncodingKeepsNonASCIIAndChoosesTheApostrophe) {
     expectString("EncodingToXMLKXT", {S("it's")}, "it&#39;s", kUTF8);
     expectString("EncodingToXMLKXT", {S("it's"), I(1)}, "it&apos;s", kUTF8);
     expectString("EncodingToXMLKXT", {S("a<b\x01")}, "a&lt;b", kUTF8);
+    // A lone surrogate in UTF-16 input costs one character, not the whole result.
+    expectString("EncodingToXMLKXT",
+                 {S("a\0\x3D\xD8"
+                    "b\0<\0"s,
+                    kUTF16)},
+                 "a\xEF\xBF\xBD"
+                 "b&lt;",
+                 kUTF8);
 }
 
 TEST_F(Encoders, ReadyTestsLookAtTheDeclaredEncodingAndRawBytes) {

@@ -354,10 +354,10 @@ TEST_F(HostStrings, CompareIsByteWiseOverUTF8IgnoringASCIICase) {
         {"\xE9", kREALTextEncodingISOLatin1, "\xC3\xA9", kUTF8, 0},
         {"\xC3\x89", kUTF8, "\xC3\xA9", kUTF8, -1},  // only ASCII letters fold
     };
-    auto compare = service<int32_t (*)(REALstring, REALstring)>("RuntimeStringCompare");
+    auto compare = service<RBInteger (*)(REALstring, REALstring)>("RuntimeStringCompare");
     for (const Case& c : cases) {
         REALstring a = build(c.a, c.ea), b = build(c.b, c.eb);
-        int32_t r = compare(a, b);
+        RBInteger r = compare(a, b);
         EXPECT_EQ((r > 0) - (r < 0), c.sign) << c.a << " vs " << c.b;
         unlock(a);
         unlock(b);

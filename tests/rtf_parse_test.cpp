@@ -15,15 +15,17 @@ using namespace kxt::rtf;
 namespace {
 
 // One run as "text|font|size|colour|flags|encoding|alignment"; flags are b, i, u or -; text
-// bytes outside ASCII as \xHH, UTF-16 runs as U+XXXX.
+// bytes outside ASCII as \xHH, UTF-16 runs as U+XXXX per unit.
 std::string Describe(const ParsedRun& r) {
     std::string text;
     if (r.encoding == kREALTextEncodingUTF16) {
-        uint16_t unit;
-        std::memcpy(&unit, r.bytes.data(), 2);
-        char buf[16];
-        snprintf(buf, sizeof buf, "U+%04X", unit);
-        text = buf;
+        for (size_t i = 0; i + 1 < r.bytes.size(); i += 2) {
+            uint16_t unit;
+            std::memcpy(&unit, r.bytes.data() + i, 2);
+            char buf[16];
+            snprintf(buf, sizeof buf, "U+%04X", unit);
+            text += buf;
+        }
     } else {
         for (unsigned char c : r.bytes) {
             if (c == '\r') {
@@ -163,8 +165,13 @@ TEST(RTFParse, UnicodeEscapesAreRunsOfTheirOwn) {
         {"{\\rtf1 \\u233 ?}", {"U+00E9||0|000000|---|100|0", "?||0|000000|---|500|0"}},
         {"{\\rtf1 \\u233\\'e9}", {"U+00E9||0|000000|---|100|0", "\\xE9||0|000000|---|500|0"}},
         {"{\\rtf1 \\u-3913 }", {"U+17C7||0|000000|---|100|0"}},  // 6087
-        {"{\\rtf1 \\u55357 \\u56832 }",
-         {"U+D83D||0|000000|---|100|0", "U+DE00||0|000000|---|100|0"}},
+        // A surrogate pair is one character; a lone surrogate is none and reads as U+FFFD.
+        {"{\\rtf1 a\\u55357 \\u56832 b}",
+         {"a||0|000000|---|500|0", "U+D83DU+DE00||0|000000|---|100|0", "b||0|000000|---|500|0"}},
+        {"{\\rtf1 \\u55357\\u55357\\u56832 \\u56832 x\\u55357 \\u65 }",
+         {"U+FFFD||0|000000|---|100|0", "U+D83DU+DE00||0|000000|---|100|0",
+          "U+FFFD||0|000000|---|100|0", "x||0|000000|---|500|0", "U+FFFD||0|000000|---|100|0",
+          "U+0041||0|000000|---|100|0"}},
         {"{\\rtf1 \\u65536 \\u0 \\u131137 }", {"U+0041||0|000000|---|100|0"}},
         {"{\\rtf1 \\b\\u20013 }", {"U+4E2D||0|000000|b--|100|0"}},
         {"{\\rtf1 \\uc1\\u233 x}", {"U+00E9||0|000000|---|100|0", "x||0|000000|---|500|0"}},

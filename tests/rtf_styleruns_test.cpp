@@ -204,15 +204,18 @@ TEST_F(StyleRunBuilding, BufferForm) {
 TEST_F(StyleRunBuilding, CodeUnitForm) {
     Value text = host().newStyledText({});
     REALobject run = newRun();
-    StyledTextAddStyleRun(uint16_t(0), text.objectHandle(), run, 0);
+    StyledTextAddStyleRun(u"\0", text.objectHandle(), run, 0);
     EXPECT_EQ(run, nullptr);
     run = newRun();
-    StyledTextAddStyleRun(uint16_t(0x4E2D), text.objectHandle(), run, 0);
+    StyledTextAddStyleRun(u"\x4E2D", text.objectHandle(), run, 0);
     EXPECT_EQ(run, nullptr);
-    StyledTextAddStyleRun(uint16_t(0x41), text.objectHandle(), run, 0);  // nil run: nothing
+    StyledTextAddStyleRun(u"A", text.objectHandle(), run, 0);  // nil run: nothing
+    run = newRun();
+    StyledTextAddStyleRun(u"\xD83D\xDE00", text.objectHandle(), run, 0);
     std::vector<RunSpec> runs = host().styleRuns(text);
-    ASSERT_EQ(runs.size(), 1u);
+    ASSERT_EQ(runs.size(), 2u);
     EXPECT_EQ(runs[0].text, "\xE4\xB8\xAD");
+    EXPECT_EQ(runs[1].text, "\xF0\x9F\x98\x80");
 }
 
 TEST_F(StyleRunBuilding, SettersAndClear) {

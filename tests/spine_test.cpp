@@ -158,13 +158,31 @@ TEST_F(Spine, WideBuildersComeBackAsUTF8) {
     const uint32_t points[] = {0x48, 0x1F600};
     Value b = adopt(REALBuildUnicodeString(points, sizeof points, kREALTextEncodingUTF32));
     EXPECT_EQ(b.bytes(), "H\xF0\x9F\x98\x80");
+    // Ill-formed input costs one U+FFFD per bad unit, never the whole result.
+    const std::string fffd = "\xEF\xBF\xBD";
+    const std::pair<std::u16string, std::string> wide[] = {
+        {u"a\xD83D"
+         "b",
+         "a" + fffd + "b"},
+        {u"\xDE00\xD83D", fffd + fffd},
+        {u"\xD83D\xD83D\xDE00x", fffd + "\xF0\x9F\x98\x80x"},
+        {u"x\xD800", "x" + fffd},
+    };
+    for (const auto& [units, utf8] : wide) {
+        Value v = adopt(REALBuildUnicodeString(units.data(), int64_t(units.size() * 2),
+                                               kREALTextEncodingUTF16));
+        EXPECT_EQ(v.bytes(), utf8);
+    }
+    const uint32_t bad[] = {0x41, 0xD800, 0x110000, 0xDFFF, 0x10FFFF};
+    Value c = adopt(REALBuildUnicodeString(bad, sizeof bad, kREALTextEncodingUTF32));
+    EXPECT_EQ(c.bytes(), "A" + fffd + fffd + fffd + "\xF4\x8F\xBF\xBF");
 }
 
 TEST_F(SpineOldHost, UTF32BecomesUTF16OnOldHosts) {
     const uint32_t points[] = {0x1F600, 0xD800, 0x110000, 0x41};
     Value v = adopt(REALBuildUnicodeString(points, sizeof points, kREALTextEncodingUTF32));
     EXPECT_EQ(v.encoding(), kREALTextEncodingUTF16);
-    EXPECT_EQ(v.bytes(), std::string("\x3D\xD8\x00\xDE\xFD\xFF\x41\x00", 8));
+    EXPECT_EQ(v.bytes(), std::string("\x3D\xD8\x00\xDE\xFD\xFF\xFD\xFF\x41\x00", 10));
     // Long inputs go through a heap buffer with the same result.
     std::vector<uint32_t> many(1000, 0x1F600);
     Value w = adopt(

@@ -1,8 +1,6 @@
 // Building StyleRuns and appending them to a host StyledText.
 #include "rbCreateStyleRun.h"
 
-#include <cstring>
-
 #include "REALplugin.h"
 #include "rbDebug.h"
 #include "rbStyleRun.h"
@@ -224,9 +222,10 @@ void StyledTextAddStyleRun(uint32_t encoding, std::string& buffer, REALobject st
     buffer.clear();
 }
 
-void StyledTextAddStyleRun(uint16_t unit, REALobject styledText, REALobject& run,
+void StyledTextAddStyleRun(std::u16string_view units, REALobject styledText, REALobject& run,
                            int64_t alignment) {
-    Log("StyledTextAddStyleRun", uint32_t(unit));
+    const uint32_t unit = units.empty() ? 0 : units[0];
+    Log("StyledTextAddStyleRun", unit);
     if (unit == 0) {
         Log("Ignore null character");
         if (run != nullptr) REALUnlockObject(run);
@@ -234,9 +233,8 @@ void StyledTextAddStyleRun(uint16_t unit, REALobject styledText, REALobject& run
         return;
     }
     if (run == nullptr) return;
-    char bytes[2];
-    std::memcpy(bytes, &unit, 2);
-    REALstring text = REALBuildUnicodeString(bytes, 2, kREALTextEncodingUTF16);
+    REALstring text =
+        REALBuildUnicodeString(units.data(), int64_t(units.size() * 2), kREALTextEncodingUTF16);
     rbFreeLater freeText(&text);
     Log("NewText", text);
     StyledTextAddStyleRun(text, styledText, run, alignment);

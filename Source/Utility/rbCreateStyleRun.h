@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "XojoPluginABI.h"
 
@@ -34,6 +35,7 @@ void StyledTextAddStyleRun(REALstring text, REALobject styledText, REALobject& r
 // buffer appends nothing (the run is still consumed).
 void StyledTextAddStyleRun(uint32_t encoding, std::string& buffer, REALobject styledText,
                            REALobject& run, int64_t alignment);
-// One UTF-16 code unit; the unit 0 appends nothing (the run is still consumed).
-void StyledTextAddStyleRun(uint16_t unit, REALobject styledText, REALobject& run,
+// One character as UTF-16 units (one, or a surrogate pair); the unit 0 appends nothing (the run
+// is still consumed).
+void StyledTextAddStyleRun(std::u16string_view units, REALobject styledText, REALobject& run,
                            int64_t alignment);

@@ -67,22 +67,27 @@ void XojoStyleRun::setText(REALstring s) {
     text = s;
 }
 
+namespace {
+
+// The host's byte: any non-zero value is true.
+bool GetBoolean(REALobject object, const char* name) {
+    RBBoolean value = 0;
+    REALGetPropValueBoolean(object, name, &value);
+    return value != 0;
+}
+
+}  // namespace
+
 bool GetBold(REALobject styleRun) {
-    RBBoolean value = false;
-    REALGetPropValueBoolean(styleRun, "Bold", &value);
-    return value;
+    return GetBoolean(styleRun, "Bold");
 }
 
 bool GetItalic(REALobject styleRun) {
-    RBBoolean value = false;
-    REALGetPropValueBoolean(styleRun, "Italic", &value);
-    return value;
+    return GetBoolean(styleRun, "Italic");
 }
 
 bool GetUnderline(REALobject styleRun) {
-    RBBoolean value = false;
-    REALGetPropValueBoolean(styleRun, "Underline", &value);
-    return value;
+    return GetBoolean(styleRun, "Underline");
 }
 
 uint32_t GetTextColor(REALobject styleRun) {

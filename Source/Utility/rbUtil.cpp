@@ -42,6 +42,69 @@ bool IsUTF16or32Encoding(uint32_t encoding) {
 
 namespace {
 
+constexpr uint16_t kReplacementUnit = 0xFFFD;
+
+bool IsSurrogate(uint32_t u) {
+    return u >= 0xD800 && u <= 0xDFFF;
+}
+
+// Units are read through memcpy: a caller's bytes need not be aligned.
+uint16_t Unit16(const void* data, int64_t i) {
+    uint16_t u;
+    memcpy(&u, static_cast<const char*>(data) + i * 2, 2);
+    return u;
+}
+
+// Index of the first unit that is not part of well-formed UTF-16, or count.
+int64_t WellFormedUTF16Prefix(const void* data, int64_t count) {
+    for (int64_t i = 0; i < count; ++i) {
+        uint16_t u = Unit16(data, i);
+        if (!IsSurrogate(u)) continue;
+        if (u <= 0xDBFF && i + 1 < count && (Unit16(data, i + 1) & 0xFC00) == 0xDC00) {
+            ++i;
+            continue;
+        }
+        return i;
+    }
+    return count;
+}
+
+// Index of the first value that is no Unicode scalar value, or count.
+int64_t WellFormedUTF32Prefix(const void* data, int64_t count) {
+    for (int64_t i = 0; i < count; ++i) {
+        uint32_t c;
+        memcpy(&c, static_cast<const char*>(data) + i * 4, 4);
+        if (c > 0x10FFFF || IsSurrogate(c)) return i;
+    }
+    return count;
+}
+
+void ReplaceLoneSurrogates(uint16_t* units, int64_t count) {
+    for (int64_t i = 0; i < count; ++i) {
+        if (!IsSurrogate(units[i])) continue;
+        if (units[i] <= 0xDBFF && i + 1 < count && (units[i + 1] & 0xFC00) == 0xDC00) {
+            ++i;
+        } else {
+            units[i] = kReplacementUnit;
+        }
+    }
+}
+
+// The host converts only well-formed text, so one bad unit would cost the whole result: a copy
+// with each bad unit replaced by U+FFFD goes to the host instead. Null when it cannot be had.
+template <typename Unit, typename Fix>
+std::unique_ptr<Unit[], void (*)(Unit*)> RepairedCopy(const void* data, int64_t count, Fix fix) {
+    auto* copy = static_cast<Unit*>(AllocateMemory(count * int64_t(sizeof(Unit))));
+    std::unique_ptr<Unit[], void (*)(Unit*)> owner(copy, [](Unit* p) { FreeMemoryNow(p); });
+    if (copy == nullptr) {
+        if (gDebugging) LogMessage("Out of memory repairing ill-formed text.");
+        return owner;
+    }
+    memcpy(copy, data, size_t(count) * sizeof(Unit));
+    fix(copy, count);
+    return owner;
+}
+
 // Builds in `encoding`, then converts to UTF-8, giving back the intermediate.
 REALstring buildConverted(const void* data, int64_t length, uint32_t encoding) {
     REALstring wide = REALBuildStringWithEncoding(static_cast<const char*>(data),
@@ -67,6 +130,12 @@ REALstring REALBuildTaggedString(const void* data, int64_t length, uint32_t enco
 
 REALstring REALBuildUnicodeStringUTF16(const void* data, int64_t byteLength) {
     if (data == nullptr || byteLength < 1) return nullptr;
+    const int64_t count = byteLength / 2;
+    if (WellFormedUTF16Prefix(data, count) < count) {
+        auto repaired = RepairedCopy<uint16_t>(data, count, ReplaceLoneSurrogates);
+        if (repaired == nullptr) return nullptr;
+        return REALBuildUnicodeStringUTF16(repaired.get(), count * 2);
+    }
     if (gHostVersion >= 2012.0) return buildConverted(data, byteLength, kREALTextEncodingUTF16);
     REALstring s =
         REALBuildString(static_cast<const char*>(data), static_cast<int32_t>(byteLength));
@@ -80,7 +149,19 @@ REALstring REALBuildUnicodeStringUTF16(const void* data, int64_t byteLength) {
 
 REALstring REALBuildUnicodeStringUTF32(const void* data, int64_t byteLength) {
     if (data == nullptr || byteLength < 1) return nullptr;
-    if (gHostVersion >= 2013.0) return buildConverted(data, byteLength, kREALTextEncodingUTF32);
+    if (gHostVersion >= 2013.0) {
+        const int64_t count = byteLength / 4;
+        if (WellFormedUTF32Prefix(data, count) == count) {
+            return buildConverted(data, byteLength, kREALTextEncodingUTF32);
+        }
+        auto repaired = RepairedCopy<uint32_t>(data, count, [](uint32_t* points, int64_t n) {
+            for (int64_t i = 0; i < n; ++i) {
+                if (points[i] > 0x10FFFF || IsSurrogate(points[i])) points[i] = kReplacementUnit;
+            }
+        });
+        if (repaired == nullptr) return nullptr;
+        return buildConverted(repaired.get(), count * 4, kREALTextEncodingUTF32);
+    }
 
     // Older hosts cannot build UTF-32: go through UTF-16.
     const int64_t count = byteLength / 4;
@@ -99,15 +180,14 @@ REALstring REALBuildUnicodeStringUTF32(const void* data, int64_t byteLength) {
     int64_t n = 0;
     for (int64_t i = 0; i < count; ++i) {
         uint32_t c = points[i];
-        if (c >= 0xD800 && c <= 0xDFFF) continue;  // lone surrogates are dropped
-        if (c < 0x10000) {
+        if (IsSurrogate(c) || c > 0x10FFFF) {
+            units[n++] = kReplacementUnit;
+        } else if (c < 0x10000) {
             units[n++] = static_cast<uint16_t>(c);
-        } else if (c <= 0x10FFFF) {
+        } else {
             c -= 0x10000;
             units[n++] = static_cast<uint16_t>(0xD800 + (c >> 10));
             units[n++] = static_cast<uint16_t>(0xDC00 + (c & 0x3FF));
-        } else {
-            units[n++] = 0xFFFD;
         }
     }
     units[n] = 0;

@@ -20,6 +20,8 @@ REALstring REALBuildUnicodeString(const void* data, int64_t length, uint32_t enc
 // Tags the bytes with the encoding as they are, with no conversion or ASCII narrowing (for
 // results whose exact bytes and tag matter, such as byte-order marks).
 REALstring REALBuildTaggedString(const void* data, int64_t length, uint32_t encoding);
+// The UTF-16 and UTF-32 builders never hand the host ill-formed text: each lone surrogate, and
+// each UTF-32 value above U+10FFFF, becomes U+FFFD.
 REALstring REALBuildUnicodeStringUTF16(const void* data, int64_t byteLength);
 REALstring REALBuildUnicodeStringUTF32(const void* data, int64_t byteLength);
 REALstring CString2RB(const char* text, uint32_t encoding);

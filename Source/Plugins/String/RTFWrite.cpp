@@ -405,7 +405,7 @@ class Parser {
         } else if (w == "u") {
             flush(encoding);
             ensureRun();
-            sink_.addUnit(uint16_t(uint64_t(p) & 0xFFFF), alignment_);
+            unicodeCharacter(char16_t(uint64_t(p) & 0xFFFF));
             textStarted_ = true;
         } else if (w == "fonttbl") {
             fonts_ = ReadFontTable(text_, pos_);
@@ -442,6 +442,33 @@ class Parser {
         } else if (groupOpened_) {
             skip_ = 1;  // an unknown destination: "{\*\generator ...}", "{\info ...}"
         }
+    }
+
+    // A character outside the BMP is written as two "\uN", high then low surrogate: the pair is
+    // read back as one character. A surrogate without its partner names no character and
+    // becomes U+FFFD.
+    void unicodeCharacter(char16_t unit) {
+        char16_t units[2] = {unit, 0};
+        size_t count = 1;
+        if (unit >= 0xD800 && unit <= 0xDBFF && readLowSurrogate(units[1])) {
+            count = 2;
+        } else if (unit >= 0xD800 && unit <= 0xDFFF) {
+            units[0] = 0xFFFD;
+        }
+        sink_.addUnits({units, count}, alignment_);
+    }
+
+    // Consumes a "\uN" that directly follows and holds a low surrogate.
+    bool readLowSurrogate(char16_t& low) {
+        if (ByteAt(text_, pos_ + 1) != '\\' || ByteAt(text_, pos_ + 2) != 'u') return false;
+        std::string word;
+        int64_t parameter = 0;
+        int64_t end = ReadCommand(text_, pos_ + 2, word, parameter);
+        char16_t unit = char16_t(uint64_t(parameter) & 0xFFFF);
+        if (word != "u" || unit < 0xDC00 || unit > 0xDFFF) return false;
+        low = unit;
+        pos_ = end;
+        return true;
     }
 
     std::string_view text_;
@@ -485,14 +512,14 @@ void RunCollector::flush(uint32_t encoding, std::string& buffer, int64_t alignme
     buffer.clear();
 }
 
-void RunCollector::addUnit(uint16_t unit, int64_t alignment) {
-    if (unit == 0) {
+void RunCollector::addUnits(std::u16string_view units, int64_t alignment) {
+    if (units.empty() || units[0] == 0) {
         current_.reset();
         return;
     }
     if (!current_) return;
-    std::string bytes(2, '\0');
-    std::memcpy(bytes.data(), &unit, 2);
+    std::string bytes(units.size() * 2, '\0');
+    std::memcpy(bytes.data(), units.data(), bytes.size());
     append(kREALTextEncodingUTF16, std::move(bytes), alignment);
 }
 
@@ -560,8 +587,8 @@ class StyledTextSink : public kxt::rtf::ParseSink {
         StyledTextAddStyleRun(encoding, buffer, styledText_, run_, alignment);
     }
 
-    void addUnit(uint16_t unit, int64_t alignment) override {
-        StyledTextAddStyleRun(unit, styledText_, run_, alignment);
+    void addUnits(std::u16string_view units, int64_t alignment) override {
+        StyledTextAddStyleRun(units, styledText_, run_, alignment);
     }
 
   private:

@@ -71,8 +71,9 @@ class ParseSink {
     // Appends the buffered bytes (in the given encoding) as the current run, then drops the run
     // and empties the buffer. An empty buffer only drops the run.
     virtual void flush(uint32_t encoding, std::string& buffer, int64_t alignment) = 0;
-    // Appends one UTF-16 code unit as the current run, then drops the run.
-    virtual void addUnit(uint16_t unit, int64_t alignment) = 0;
+    // Appends one character, as its UTF-16 units (one, or a surrogate pair), as the current run,
+    // then drops the run. The unit 0 appends nothing.
+    virtual void addUnits(std::u16string_view units, int64_t alignment) = 0;
 };
 
 // Reads a whole document (from "{\rtf" on) into the sink. Anything that does not start with
@@ -80,7 +81,7 @@ class ParseSink {
 void ParseRTF(std::string_view rtf, ParseSink& sink);
 
 // A run as the host receives it: the bytes as tagged with their encoding (UTF-16 runs hold one
-// code unit in host byte order), with the alignment the reader passed along.
+// character in host byte order), with the alignment the reader passed along.
 struct ParsedRun {
     RunStyle style;
     uint32_t encoding = kREALTextEncodingWindowsLatin1;
@@ -96,7 +97,7 @@ class RunCollector : public ParseSink {
     bool hasRun() const override { return current_ != nullptr; }
     void startRun(const RunStyle& style) override;
     void flush(uint32_t encoding, std::string& buffer, int64_t alignment) override;
-    void addUnit(uint16_t unit, int64_t alignment) override;
+    void addUnits(std::u16string_view units, int64_t alignment) override;
 
     std::vector<ParsedRun> runs;
     std::vector<int64_t> paragraphAlignments;  // by paragraph index; 0 where none was set

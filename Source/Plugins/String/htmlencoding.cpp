@@ -139,7 +139,7 @@ int hexDigitValue(uint32_t c) {
 // The code point of a numeric reference ("#..." between "&" and ";"), or 0 when invalid.
 // Hexadecimal digits are read from the low 16 bits of each character, decimal ones from the
 // low 8 bits; a "-" anywhere among the digits makes the reference invalid.
-uint32_t numericReference(std::span<const uint32_t> ref) {
+uint32_t numberOfReference(std::span<const uint32_t> ref) {
     bool negative = false;
     if (ref.size() >= 3 && ref[1] == 'x') {
         uint32_t value = 0;
@@ -167,6 +167,13 @@ uint32_t numericReference(std::span<const uint32_t> ref) {
         }
     }
     return negative || value < 1 ? 0 : uint32_t(value);
+}
+
+// A number that names no character (a surrogate, or beyond U+10FFFF) makes the reference
+// invalid like 0: it stays in the text as written instead of spoiling the whole result.
+uint32_t numericReference(std::span<const uint32_t> ref) {
+    uint32_t c = numberOfReference(ref);
+    return c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF) ? 0 : c;
 }
 
 }  // namespace

@@ -44,7 +44,7 @@ KXT_HOST(hGetStringData, "PluginGetStringData", RBBoolean, REALstring, uint32_t,
 KXT_HOST(hDisposeStringData, "PluginDisposeStringData", void, REALstringData*);
 KXT_HOST(hCallWithHandler, "PluginCallFunctionWithExceptionHandler", REALobject, void (*)(void*),
          void*);
-KXT_HOST(hCompareStrings, "RuntimeStringCompare", int32_t, REALstring, REALstring);
+KXT_HOST(hCompareStrings, "RuntimeStringCompare", RBInteger, REALstring, REALstring);
 KXT_HOST(hInRuntime, "REALinRuntime", RBBoolean);
 KXT_HOST(hBuildString, "REALBuildString", REALstring, const char*, int32_t);
 KXT_HOST(hBuildStringWithEncoding, "REALBuildStringWithEncoding", REALstring, const char*, int32_t,
@@ -72,7 +72,7 @@ KXT_HOST(hSetPropInteger, "REALSetPropValueInteger", RBBoolean, REALobject, cons
 KXT_HOST(hSetPropUInt32, "REALSetPropValueUInt32", RBBoolean, REALobject, const char*, uint32_t);
 KXT_HOST(hSetPropBoolean, "REALSetPropValueBoolean", RBBoolean, REALobject, const char*, RBBoolean);
 KXT_HOST(hCreateArray, "RuntimeArrayCreateSingleDimBoundedArray", REALarray, int32_t, RBInteger);
-KXT_HOST(hInsertArrayString, "PluginStringArrayInsertProc", void, REALarray, RBInteger, REALstring);
+KXT_HOST(hStringArrayInsertProc, "PluginStringArrayInsertProc", void*, REALarray);
 KXT_HOST(hGetStringEncoding, "REALGetStringEncoding", uint32_t, REALstring);
 KXT_HOST(hSetStringEncoding, "REALSetStringEncoding", void, REALstring, uint32_t);
 KXT_HOST(hConvertString, "REALConvertString", REALstring, REALstring, uint32_t);
@@ -102,7 +102,7 @@ REALobject REALCallFunctionWithExceptionHandler(void (*f)(void*), void* arg) {
     return nullptr;
 }
 
-int32_t REALCompareStrings(REALstring a, REALstring b) {
+RBInteger REALCompareStrings(REALstring a, REALstring b) {
     return callHost(hCompareStrings, a, b);
 }
 RBBoolean REALinRuntime() {
@@ -194,7 +194,10 @@ REALarray REALCreateArray(int32_t elementType, RBInteger upperBound) {
     return callHost(hCreateArray, elementType, upperBound);
 }
 void REALInsertArrayValueString(REALarray array, RBInteger index, REALstring value) {
-    callHost(hInsertArrayString, array, index, value);
+    // Two steps: the service hands out the array's own insert function, which does the work.
+    auto insert =
+        reinterpret_cast<REALStringArrayInsertFunction>(callHost(hStringArrayInsertProc, array));
+    if (insert != nullptr) insert(array, index, value);
 }
 uint32_t REALGetStringEncoding(REALstring s) {
     return callHost(hGetStringEncoding, s);

@@ -13,7 +13,8 @@ extern const char* gPartName;
 RBBoolean REALGetStringData(REALstring s, uint32_t encoding, REALstringData* out);
 void REALDisposeStringData(REALstringData* data);
 REALobject REALCallFunctionWithExceptionHandler(void (*f)(void*), void* arg);
-int32_t REALCompareStrings(REALstring a, REALstring b);
+// Negative, zero or positive, of any magnitude: compare the whole value with 0.
+RBInteger REALCompareStrings(REALstring a, REALstring b);
 RBBoolean REALinRuntime();
 REALstring REALBuildString(const char* data, int32_t length);
 REALstring REALBuildStringWithEncoding(const char* data, int32_t length, uint32_t encoding);

@@ -6,7 +6,9 @@
 #include <cstdint>
 
 typedef int64_t RBInteger;
-typedef bool RBBoolean;
+// One byte at the boundary: the host writes 0 or 1, but any non-zero byte reads as true. Never
+// read it through a C++ bool lvalue.
+typedef int8_t RBBoolean;
 typedef uint32_t RBColor;
 
 struct REALstringStruct;
@@ -142,3 +144,6 @@ typedef void* (*REALResolver)(const char* entryName);
 
 // Element type of a string array for "RuntimeArrayCreateSingleDimBoundedArray".
 constexpr int32_t kREALArrayTypeString = 3;
+
+// What "PluginStringArrayInsertProc" hands out for a string array: inserting is calling it.
+typedef void (*REALStringArrayInsertFunction)(REALarray array, RBInteger index, REALstring value);
