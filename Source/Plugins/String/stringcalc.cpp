@@ -337,6 +337,8 @@ REALstring RandomBytesStringKXT(RBInteger length, RBBoolean ascii) {
     });
 }
 
+// Wipes the bytes every holder of the string sees, without a lock: that is its purpose. The
+// caller must make sure no other thread is reading the string (README, Threads).
 RBBoolean ClearStringContentKXT(REALstring s) {
     return HandlerBoundary<RBBoolean>(false, [&] {
         if (s == nullptr) return false;
