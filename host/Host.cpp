@@ -2,16 +2,23 @@
 // declarations.
 #include <dlfcn.h>
 #include <ffi.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <fstream>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
 #include <sstream>
 #include <stdexcept>
 #include <unordered_map>
+#include <utility>
 
 #include "Encodings.h"
 #include "HostInternal.h"
@@ -23,23 +30,80 @@ namespace xhost {
 namespace {
 
 // The active host: the one whose plugin copy is running, and whose state the resolver and the
-// services use. Several hosts may be alive; each call activates its own.
-Host* gCurrent = nullptr;
+// services use. Several hosts may be alive; each call activates its own, for its thread. A
+// thread that has activated none (or whose host is gone) gets the host made or activated last.
+// The host library is linked into programs only, never into a shared object loaded later, so
+// its thread-locals can take the initial-exec model: an offset from the thread pointer instead
+// of a call per access (every service looks up the active host).
+#define KXT_THREAD_LOCAL thread_local __attribute__((tls_model("initial-exec")))
+KXT_THREAD_LOCAL Host* tActive = nullptr;
+KXT_THREAD_LOCAL uint64_t tActiveChecked = 0;  // gHostsGone when tActive was last known alive
+std::atomic<Host*> gLatest{nullptr};
 // Never destroyed: hosts held in statics are destroyed at exit, after this file's globals.
+std::shared_mutex gLiveLock;
 std::vector<Host*>& gLive = *new std::vector<Host*>;
-uint64_t gHostSerials = 0;
+std::atomic<uint64_t> gHostsGone{0};
+std::atomic<uint64_t> gHostSerials{0};
+
+__attribute__((noinline)) Host* activeHostAfterChange(uint64_t gone) {
+    if (tActive != nullptr) {
+        std::shared_lock<std::shared_mutex> lock(gLiveLock);
+        if (std::find(gLive.begin(), gLive.end(), tActive) == gLive.end()) tActive = nullptr;
+        tActiveChecked = gone;
+    }
+    return tActive != nullptr ? tActive : gLatest.load(std::memory_order_acquire);
+}
+
+inline Host* activeHost() {
+    const uint64_t gone = gHostsGone.load(std::memory_order_acquire);
+    if (tActive != nullptr && tActiveChecked == gone) [[likely]]
+        return tActive;
+    return activeHostAfterChange(gone);
+}
+
+void makeActive(Host* h) {
+    tActive = h;
+    tActiveChecked = gHostsGone.load(std::memory_order_acquire);
+    // Written only when it changes: threads calling one host do not contend for it.
+    if (gLatest.load(std::memory_order_relaxed) != h) gLatest.store(h, std::memory_order_release);
+}
 
 bool isHidden(std::string_view name) {
-    return gCurrent != nullptr && gCurrent->options().hidden.count(std::string(name)) != 0;
+    Host* h = activeHost();
+    return h != nullptr && h->options().hidden.count(std::string(name)) != 0;
+}
+
+// Each thread's pending exceptions, one slot per host it has called (a deque: slots stay put
+// while others are added). Freed at thread exit through a pthread key, not by a thread_local
+// object's destructor: that one needs __cxa_thread_atexit_impl (glibc 2.18), newer than what
+// kxt may import.
+using PendingSlots = std::deque<std::pair<uint64_t, Object*>>;
+KXT_THREAD_LOCAL PendingSlots* tPending = nullptr;
+
+PendingSlots& pendingSlots() {
+    if (tPending == nullptr) {
+        static const pthread_key_t key = [] {
+            pthread_key_t k;
+            if (pthread_key_create(&k, [](void* p) { delete static_cast<PendingSlots*>(p); }) != 0)
+                std::abort();
+            return k;
+        }();
+        auto slots = std::make_unique<PendingSlots>();
+        pthread_setspecific(key, slots.get());
+        tPending = slots.release();
+    }
+    return *tPending;
 }
 
 // ---- Services that belong to the host as a whole ----------------------------------------------
 
 double getVersion() {
-    return gCurrent ? gCurrent->options().version : 0.0;
+    Host* h = activeHost();
+    return h ? h->options().version : 0.0;
 }
 RBBoolean inRuntime() {
-    return gCurrent ? gCurrent->options().inRuntime : false;
+    Host* h = activeHost();
+    return h ? h->options().inRuntime : false;
 }
 
 void registerPluginVersion(uint32_t version) {
@@ -47,7 +111,7 @@ void registerPluginVersion(uint32_t version) {
 }
 
 void yieldToRB() {
-    if (Host::State* st = currentState()) ++st->yields;
+    if (Host::State* st = currentState()) st->yields.fetch_add(1, std::memory_order_relaxed);
 }
 
 std::string text(const char* s) {
@@ -323,9 +387,8 @@ ffi_type* ffiType(const std::string& t) {
 
 // Hands the exception the running call raised (if any) to the caller and releases it.
 std::optional<RaisedException> takePending(Host::State& st) {
-    Object* e = st.pending;
+    Object* e = std::exchange(pendingException(st), nullptr);
     if (e == nullptr) return std::nullopt;
-    st.pending = nullptr;
     RaisedException raised;
     raised.className = e->className;
     if (PropValue* m = findProp(e, "Message"); m && m->string) {
@@ -387,8 +450,7 @@ CallResult invoke(Host::State& st, REALproc function, const std::vector<std::str
         double d;
         void* p;
     } ret{};
-    if (st.pending != nullptr) unlockObject(st, st.pending);
-    st.pending = nullptr;
+    if (Object* stale = std::exchange(pendingException(st), nullptr)) unlockObject(st, stale);
     ffi_call(&cif, FFI_FN(function), &ret, values.data());
 
     CallResult result;
@@ -472,11 +534,32 @@ std::string copyPluginFile(const std::string& path) {
 
 }  // namespace
 
+Object*& pendingException(Host::State& st) {
+    PendingSlots& slots = pendingSlots();
+    for (auto& [serial, pending] : slots) {
+        if (serial == st.hostSerial) return pending;
+    }
+    return slots.emplace_back(st.hostSerial, nullptr).second;
+}
+
+void dropPendingException(Host::State& st) {
+    if (tPending == nullptr) return;
+    auto it = std::find_if(tPending->begin(), tPending->end(),
+                           [&](const auto& slot) { return slot.first == st.hostSerial; });
+    if (it != tPending->end()) tPending->erase(it);
+}
+
 Host::State* currentState() {
-    return gCurrent ? HostAccess::state(*gCurrent) : nullptr;
+    Host* h = activeHost();
+    return h ? HostAccess::state(*h) : nullptr;
 }
 
 Host::State* liveState(uint64_t hostSerial) {
+    // Mostly the thread's active host, alive while it calls.
+    if (Host* h = activeHost(); h != nullptr && HostAccess::state(*h)->hostSerial == hostSerial) {
+        return HostAccess::state(*h);
+    }
+    std::shared_lock<std::shared_mutex> lock(gLiveLock);
     for (Host* h : gLive) {
         if (HostAccess::state(*h)->hostSerial == hostSerial) return HostAccess::state(*h);
     }
@@ -484,7 +567,7 @@ Host::State* liveState(uint64_t hostSerial) {
 }
 
 void* resolve(const char* name) {
-    if (gCurrent == nullptr || name == nullptr || isHidden(name)) return nullptr;
+    if (activeHost() == nullptr || name == nullptr || isHidden(name)) return nullptr;
     auto it = serviceTable().find(name);
     return it == serviceTable().end() ? nullptr : it->second;
 }
@@ -494,44 +577,53 @@ void* resolve(const char* name) {
 Host::Host(HostOptions options) : options_(std::move(options)) {
     copyPath_ = copyPluginFile(options_.pluginPath);
     state_ = new State;
-    state_->hostSerial = ++gHostSerials;
-    Host* previous = gCurrent;
-    gCurrent = this;
+    state_->hostSerial = gHostSerials.fetch_add(1) + 1;
+    Host* previous = tActive;
+    makeActive(this);
     library_ = dlopen(copyPath_.c_str(), RTLD_NOW | RTLD_LOCAL | kKeepPluginMapped);
     void* entry = library_ ? dlsym(library_, "REALPluginMain") : nullptr;
     if (entry == nullptr) {
         std::string why = library_ ? "the plugin exports no REALPluginMain" : dlerror();
         if (library_) dlclose(library_);
         ::unlink(copyPath_.c_str());
-        gCurrent = previous;
+        tActive = previous;
+        Host* expected = this;
+        gLatest.compare_exchange_strong(expected, previous);
         delete state_;
         throw std::runtime_error("cannot load " + options_.pluginPath + ": " + why);
     }
     reinterpret_cast<void (*)(REALResolver)>(entry)(&resolve);
-    if (state_->pending != nullptr) {
+    if (Object* raised = std::exchange(pendingException(*state_), nullptr)) {
         misuse(*state_, "an exception was raised while the plugin started");
-        unlockObject(*state_, state_->pending);
-        state_->pending = nullptr;
+        unlockObject(*state_, raised);
     }
+    std::lock_guard<std::shared_mutex> lock(gLiveLock);
     gLive.push_back(this);
 }
 
 Host::~Host() {
-    gCurrent = this;  // whatever the plugin copy does while it unloads concerns this host
+    makeActive(this);  // whatever the plugin copy does while it unloads concerns this host
     if (library_ != nullptr) dlclose(library_);
     ::unlink(copyPath_.c_str());
+    {
+        std::lock_guard<std::shared_mutex> lock(gLiveLock);
+        gLive.erase(std::find(gLive.begin(), gLive.end(), this));
+        gHostsGone.fetch_add(1, std::memory_order_release);
+        Host* next = gLive.empty() ? nullptr : gLive.back();
+        tActive = next;
+        Host* expected = this;
+        gLatest.compare_exchange_strong(expected, next);
+    }
     freeEverything(*state_);
     delete state_;
-    gLive.erase(std::find(gLive.begin(), gLive.end(), this));
-    gCurrent = gLive.empty() ? nullptr : gLive.back();
 }
 
 Host* Host::current() {
-    return gCurrent;
+    return activeHost();
 }
 
 void Host::activate() {
-    gCurrent = this;
+    makeActive(this);
 }
 
 void Host::setFailMemoryBlocks(bool fail) {
@@ -597,6 +689,10 @@ CallResult Host::callMethod(const RegisteredMethod& method, const std::vector<Va
         throw std::invalid_argument("\"" + method.declarationText + "\" does not accept " +
                                     describeArgs(args));
     }
+    if (args.size() == d.params.size()) {
+        return invoke(*state_, method.function, typesOf(d), d.resultType, args);
+    }
+    // Copies only to add the defaults: each copy of a handle is a reference taken and released.
     std::vector<Value> full = args;
     for (size_t i = args.size(); i < d.params.size(); ++i) {
         full.push_back(defaultValue(d.params[i], method.declarationText));
@@ -739,18 +835,22 @@ void Host::setParagraphAlignment(const Value& styledText, int64_t index, int64_t
 // ---- Accounting -------------------------------------------------------------------------------
 
 size_t Host::liveStrings() const {
+    std::lock_guard<std::mutex> lock(state_->stringsLock);
     return state_->strings.size();
 }
 size_t Host::liveObjects() const {
+    std::lock_guard<std::mutex> lock(state_->objectsLock);
     return state_->objects.size();
 }
 size_t Host::outstandingStringData() const {
+    std::lock_guard<std::mutex> lock(state_->stringDataLock);
     return state_->stringData.size();
 }
 int64_t Host::yieldCount() const {
-    return state_->yields;
+    return state_->yields.load(std::memory_order_relaxed);
 }
 std::vector<std::string> Host::misuses() const {
+    std::lock_guard<std::mutex> lock(state_->misusesLock);
     return state_->misuses;
 }
 uint64_t Host::serviceFailures() const {
@@ -761,6 +861,7 @@ void serviceFailed() noexcept {
     if (Host::State* st = currentState()) ++st->serviceFailures;
 }
 
+// Not while calls run: it reads the records of the live handles.
 std::string Host::describeLive() const {
     std::vector<std::pair<uint64_t, std::string>> lines;
     for (const void* block : state_->strings) {
@@ -781,7 +882,8 @@ std::string Host::describeLive() const {
         if (bytes.size() > 24) preview += "...";
         char buf[160];
         std::snprintf(buf, sizeof buf, "string %p #%llu refs %lld, %s, %lld bytes: \"", block,
-                      static_cast<unsigned long long>(h->serial), static_cast<long long>(h->refs),
+                      static_cast<unsigned long long>(h->serial),
+                      static_cast<long long>(h->refs.load()),
                       encodings::nameOf(h->encoding).c_str(), static_cast<long long>(h->length));
         lines.emplace_back(h->serial, buf + preview + "\"");
     }
@@ -789,7 +891,7 @@ std::string Host::describeLive() const {
         char buf[200];
         std::snprintf(buf, sizeof buf, "object %p #%llu %s, refs %lld", static_cast<const void*>(o),
                       static_cast<unsigned long long>(o->serial), o->className.c_str(),
-                      static_cast<long long>(o->refs));
+                      static_cast<long long>(o->refs.load()));
         lines.emplace_back(o->serial, buf);
     }
     std::sort(lines.begin(), lines.end());
@@ -812,8 +914,7 @@ void* Host::resolve(const char* name) {
 std::optional<RaisedException> Host::runAsCall(const std::function<void()>& body) {
     activate();
     State& st = *state_;
-    if (st.pending != nullptr) unlockObject(st, st.pending);
-    st.pending = nullptr;
+    if (Object* stale = std::exchange(pendingException(st), nullptr)) unlockObject(st, stale);
     body();
     return takePending(st);
 }

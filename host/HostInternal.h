@@ -2,12 +2,15 @@
 // sources include this; clients use XojoHost.h.
 #pragma once
 
+#include <atomic>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <iterator>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -22,7 +25,7 @@ namespace xhost {
 struct StringHeader {
     uint32_t magic;
     uint32_t encoding;
-    int64_t refs;
+    std::atomic<int64_t> refs;
     int64_t length;
     uint64_t serial;  // creation order, for describeLive
 };
@@ -47,7 +50,7 @@ struct Object {
     uint32_t magic = kObjectMagic;
     ObjectKind kind = ObjectKind::Plain;
     std::string className;
-    int64_t refs = 1;
+    std::atomic<int64_t> refs = 1;
     uint64_t serial = 0;
     std::vector<PropValue> props;
     // MemoryBlock
@@ -79,42 +82,77 @@ struct StringDataRecord {
 // should touch one cache line: open addressing with linear probing over a power-of-two table
 // kept at most half full, instead of a node-based set whose bucket and node are two cache
 // misses apiece once millions of style runs and strings are live. Null is never a member.
+//
+// Changes (insert, erase, clear) and the other readers need the owner's lock; `seen` does
+// not. Its slots are atomics and a table outgrown stays allocated until clear(), so a lookup
+// may run while another thread changes the set: it never finds a handle that is not a member,
+// but may miss one that an erase is moving, so a miss is confirmed under the lock.
 template <typename T>
 class HandleSet {
+    struct Table {
+        explicit Table(size_t capacity)
+            : mask(capacity - 1),
+              shift(64 - std::countr_zero(capacity)),
+              slots(new std::atomic<T>[capacity]()) {}
+        size_t mask;
+        int shift;
+        std::unique_ptr<std::atomic<T>[]> slots;
+        T at(size_t i) const { return slots[i].load(std::memory_order_relaxed); }
+        void set(size_t i, T p) { slots[i].store(p, std::memory_order_relaxed); }
+        size_t slotOf(T p) const {
+            // Fibonacci hashing: the top bits of the product mix every bit of the address.
+            return size_t((uint64_t(reinterpret_cast<uintptr_t>(p)) * 0x9E3779B97F4A7C15ull) >>
+                          shift);
+        }
+        size_t find(T p) const {
+            size_t i = slotOf(p);
+            for (T q = at(i); q != nullptr && q != p; q = at(i)) i = (i + 1) & mask;
+            return i;
+        }
+    };
+
   public:
+    HandleSet() = default;
+    HandleSet(const HandleSet&) = delete;
+    HandleSet& operator=(const HandleSet&) = delete;
+
     size_t size() const { return size_; }
     bool empty() const { return size_ == 0; }
-    size_t count(T p) const { return p != nullptr && !slots_.empty() && slots_[find(p)] == p; }
+    size_t count(T p) const { return seen(p) ? 1 : 0; }
+    bool seen(T p) const {
+        const Table* t = table_.load(std::memory_order_acquire);
+        return p != nullptr && t != nullptr && t->at(t->find(p)) == p;
+    }
     void insert(T p) {
         if (p == nullptr) return;
-        if (2 * (size_ + 1) > slots_.size()) grow();
-        size_t i = find(p);
-        if (slots_[i] == p) return;
-        slots_[i] = p;
+        if (2 * (size_ + 1) > capacity()) grow();
+        Table& t = *table_.load(std::memory_order_relaxed);
+        size_t i = t.find(p);
+        if (t.at(i) == p) return;
+        t.set(i, p);
         ++size_;
     }
     size_t erase(T p) {
         if (count(p) == 0) return 0;
         // Backward-shift deletion: later members of the probe run move up into the hole
         // unless their home slot lies cyclically after the hole, so no tombstones build up.
-        const size_t mask = slots_.size() - 1;
-        size_t hole = find(p);
-        for (size_t j = (hole + 1) & mask; slots_[j] != nullptr; j = (j + 1) & mask) {
-            const size_t home = slotOf(slots_[j]);
+        Table& t = *table_.load(std::memory_order_relaxed);
+        size_t hole = t.find(p);
+        for (size_t j = (hole + 1) & t.mask; t.at(j) != nullptr; j = (j + 1) & t.mask) {
+            const size_t home = t.slotOf(t.at(j));
             const bool stays = hole < j ? (home > hole && home <= j) : (home > hole || home <= j);
             if (stays) continue;
-            slots_[hole] = slots_[j];
+            t.set(hole, t.at(j));
             hole = j;
         }
-        slots_[hole] = nullptr;
+        t.set(hole, nullptr);
         --size_;
         return 1;
     }
     void clear() {
-        slots_.clear();
-        slots_.shrink_to_fit();
+        tables_.clear();
+        table_.store(nullptr, std::memory_order_relaxed);
         size_ = 0;
-        shift_ = 64;
     }
 
     class const_iterator {
@@ -124,8 +162,10 @@ class HandleSet {
         using difference_type = std::ptrdiff_t;
         using pointer = const T*;
         using reference = T;
-        const_iterator(const T* at, const T* end) : at_(at), end_(end) { skip(); }
-        T operator*() const { return *at_; }
+        const_iterator(const std::atomic<T>* at, const std::atomic<T>* end) : at_(at), end_(end) {
+            skip();
+        }
+        T operator*() const { return at_->load(std::memory_order_relaxed); }
         const_iterator& operator++() {
             ++at_;
             skip();
@@ -136,58 +176,68 @@ class HandleSet {
 
       private:
         void skip() {
-            while (at_ != end_ && *at_ == nullptr) ++at_;
+            while (at_ != end_ && at_->load(std::memory_order_relaxed) == nullptr) ++at_;
         }
-        const T* at_;
-        const T* end_;
+        const std::atomic<T>* at_;
+        const std::atomic<T>* end_;
     };
-    const_iterator begin() const { return {slots_.data(), slots_.data() + slots_.size()}; }
-    const_iterator end() const {
-        return {slots_.data() + slots_.size(), slots_.data() + slots_.size()};
-    }
+    const_iterator begin() const { return {data(), data() + capacity()}; }
+    const_iterator end() const { return {data() + capacity(), data() + capacity()}; }
 
   private:
-    size_t slotOf(T p) const {
-        // Fibonacci hashing: the top bits of the product mix every bit of the address.
-        return size_t((uint64_t(reinterpret_cast<uintptr_t>(p)) * 0x9E3779B97F4A7C15ull) >> shift_);
+    size_t capacity() const {
+        const Table* t = table_.load(std::memory_order_relaxed);
+        return t ? t->mask + 1 : 0;
     }
-    size_t find(T p) const {
-        const size_t mask = slots_.size() - 1;
-        size_t i = slotOf(p);
-        while (slots_[i] != nullptr && slots_[i] != p) i = (i + 1) & mask;
-        return i;
+    const std::atomic<T>* data() const {
+        const Table* t = table_.load(std::memory_order_relaxed);
+        return t ? t->slots.get() : nullptr;
     }
     // The bigger table is had before anything changes: when it cannot be, the set is intact.
     void grow() {
-        const size_t capacity = slots_.empty() ? 64 : 2 * slots_.size();
-        std::vector<T> old(capacity, nullptr);
-        old.swap(slots_);
-        shift_ = 64 - std::countr_zero(capacity);
-        for (T p : old) {
-            if (p != nullptr) slots_[find(p)] = p;
+        const Table* old = table_.load(std::memory_order_relaxed);
+        auto bigger = std::make_unique<Table>(old ? 2 * (old->mask + 1) : 64);
+        for (size_t i = 0; old != nullptr && i <= old->mask; ++i) {
+            if (T p = old->at(i)) bigger->set(bigger->find(p), p);
         }
+        tables_.push_back(std::move(bigger));  // may fail: the set is still unchanged
+        table_.store(tables_.back().get(), std::memory_order_release);
     }
 
-    std::vector<T> slots_;
+    std::atomic<Table*> table_ = nullptr;
+    std::vector<std::unique_ptr<Table>> tables_;  // the current one last
     size_t size_ = 0;
-    int shift_ = 64;
 };
 
+// One host is called from many threads at once. Each structure has a lock of its own, taken
+// only around the structure: one lock over every service would order every call after the
+// one before and hide the plugin's own races from ThreadSanitizer. Handle lookups, by far the
+// most frequent use, take no lock (HandleSet::seen), so they do not order each other either.
+// Registration happens while the plugin starts, before any call; the registry is read-only
+// afterwards.
 struct Host::State {
     uint64_t hostSerial = 0;
-    uint64_t nextSerial = 1;
+    std::atomic<uint64_t> nextSerial = 1;
+    mutable std::mutex stringsLock, objectsLock, stringDataLock;
     HandleSet<const void*> strings;  // live string blocks
     HandleSet<const Object*> objects;
     HandleSet<const StringDataRecord*> stringData;
-    Object* pending = nullptr;  // exception raised by the running handler
-    int64_t yields = 0;
+    std::atomic<int64_t> yields = 0;
     uint32_t interfaceVersion = 0;
     std::vector<RegisteredModule> modules;
     std::vector<RegisteredMethod> globals;
     std::vector<RegisteredClassExtension> extensions;
+    mutable std::mutex misusesLock;
     std::vector<std::string> misuses;
     uint64_t serviceFailures = 0;  // services that failed inside (out of memory) and said so
 };
+
+// The exception raised by the handler running on the calling thread in this host, not yet
+// taken (the slot holds its reference). Kept per thread: handlers on other threads raise
+// their own.
+Object*& pendingException(Host::State& st);
+// Forgets the calling thread's slot of a host that goes away.
+void dropPendingException(Host::State& st);
 
 struct HostAccess {
     static Host::State* state(Host& h) { return h.state_; }

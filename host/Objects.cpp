@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <utility>
 
 #include "Encodings.h"
 #include "HostInternal.h"
@@ -57,7 +59,8 @@ const std::vector<ClassDef>& classes() {
 }
 
 Object* registerObject(Host::State& st, Object* o) {
-    o->serial = st.nextSerial++;
+    o->serial = st.nextSerial.fetch_add(1, std::memory_order_relaxed);
+    std::lock_guard<std::mutex> lock(st.objectsLock);
     try {
         st.objects.insert(o);
     } catch (...) {
@@ -310,7 +313,12 @@ Object* newObject(Host::State& st, std::string_view className) {
 Object* liveObject(Host::State& st, const void* handle) {
     if (handle == nullptr) return nullptr;
     auto* o = static_cast<const Object*>(handle);
-    if (st.objects.count(o) == 0 || o->magic != kObjectMagic) {
+    bool live = st.objects.seen(o);
+    if (!live) {
+        std::lock_guard<std::mutex> lock(st.objectsLock);
+        live = st.objects.count(o) != 0;
+    }
+    if (!live || o->magic != kObjectMagic) {
         char buf[80];
         std::snprintf(buf, sizeof buf, "unknown or released object handle %p", handle);
         misuse(st, buf);
@@ -320,14 +328,17 @@ Object* liveObject(Host::State& st, const void* handle) {
 }
 
 void lockObject(Host::State&, Object* o) {
-    if (o != nullptr) ++o->refs;
+    if (o != nullptr) o->refs.fetch_add(1, std::memory_order_relaxed);
 }
 
 void unlockObject(Host::State& st, Object* o) {
-    if (o == nullptr || --o->refs > 0) return;
+    if (o == nullptr || o->refs.fetch_sub(1, std::memory_order_acq_rel) > 1) return;
     releaseContents(st, o);
     o->magic = kDeadMagic;
-    st.objects.erase(o);
+    {
+        std::lock_guard<std::mutex> lock(st.objectsLock);
+        st.objects.erase(o);
+    }
     delete o;
 }
 
@@ -355,8 +366,9 @@ void raise(Host::State& st, std::string_view className, std::string_view message
     if (e == nullptr) e = newObject(st, "RuntimeException");
     findProp(e, "Message")->string =
         newString(st, message.data(), message.size(), kREALTextEncodingUTF8);
-    if (st.pending != nullptr) unlockObject(st, st.pending);
-    st.pending = e;
+    Object*& pending = pendingException(st);
+    if (pending != nullptr) unlockObject(st, pending);
+    pending = e;
 }
 
 void freeEverything(Host::State& st) {
@@ -366,7 +378,7 @@ void freeEverything(Host::State& st) {
     st.strings.clear();
     for (const StringDataRecord* r : st.stringData) delete r;
     st.stringData.clear();
-    st.pending = nullptr;
+    dropPendingException(st);
     releaseKeptBlocks();
 }
 
@@ -580,18 +592,18 @@ void raiseException(REALobject exception) {
     Object* e = serviceObject(exception);
     if (e == nullptr) return;
     lockObject(*st, e);
-    if (st->pending != nullptr) unlockObject(*st, st->pending);
-    st->pending = e;
+    Object*& pending = pendingException(*st);
+    if (pending != nullptr) unlockObject(*st, pending);
+    pending = e;
 }
 
 REALobject callWithExceptionHandler(void (*f)(void*), void* arg) {
     Host::State* st = currentState();
     if (st == nullptr || f == nullptr) return nullptr;
-    Object* outer = st->pending;
-    st->pending = nullptr;
+    Object* outer = std::exchange(pendingException(*st), nullptr);
     f(arg);
-    Object* raised = st->pending;  // its reference passes to the caller
-    st->pending = outer;
+    // The raised exception's reference passes to the caller.
+    Object* raised = std::exchange(pendingException(*st), outer);
     return reinterpret_cast<REALobject>(raised);
 }
 

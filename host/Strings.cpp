@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <new>
 #include <unordered_map>
 #include <vector>
 
@@ -32,7 +34,9 @@ constexpr size_t kLargeBlock = 2 * kHugePage;
 // makes one big result after another then maps fresh memory once instead of every time, as
 // the allocator already does for blocks below its mapping threshold (32 MiB at most); what is
 // kept is bounded and given back when the host goes. Never destroyed themselves: a Host may be
-// going away while static objects are destroyed at exit.
+// going away while static objects are destroyed at exit. One lock for the three, taken only
+// for large blocks.
+std::mutex gLargeLock;
 auto& gLargeInUse = *new std::unordered_map<void*, size_t>;
 auto& gKept = *new std::vector<std::pair<void*, size_t>>;
 size_t gKeptBytes = 0;
@@ -62,10 +66,15 @@ void* takeKept(size_t rounded) {
 void* allocateBlock(size_t bytes, bool zeroed) {
     if (bytes < kLargeBlock) return zeroed ? std::calloc(bytes, 1) : std::malloc(bytes);
     const size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
-    void* block = takeKept(rounded);
+    void* block;
+    {
+        std::lock_guard<std::mutex> lock(gLargeLock);
+        block = takeKept(rounded);
+    }
     if (block == nullptr) {
         if (posix_memalign(&block, kHugePage, rounded) != 0) return nullptr;
         madvise(block, rounded, MADV_HUGEPAGE);  // advice only: failure changes nothing
+        std::lock_guard<std::mutex> lock(gLargeLock);
         gLargeInUse[block] = rounded;
     }
     if (zeroed) std::memset(block, 0, bytes);
@@ -73,8 +82,15 @@ void* allocateBlock(size_t bytes, bool zeroed) {
 }
 
 void freeBlock(void* block) {
+    // Large blocks are aligned to huge pages; anything else goes back without the lock.
+    if (reinterpret_cast<uintptr_t>(block) % kHugePage != 0) {
+        std::free(block);
+        return;
+    }
+    std::unique_lock<std::mutex> lock(gLargeLock);
     auto it = gLargeInUse.find(block);
     if (it == gLargeInUse.end()) {
+        lock.unlock();
         std::free(block);
         return;
     }
@@ -84,17 +100,20 @@ void freeBlock(void* block) {
         gKept.emplace_back(block, size);
         gKeptBytes += size;
     } else {
+        lock.unlock();
         std::free(block);
     }
 }
 
 void releaseKeptBlocks() {
+    std::lock_guard<std::mutex> lock(gLargeLock);
     for (auto [block, size] : gKept) std::free(block);
     gKept.clear();
     gKeptBytes = 0;
 }
 
 void misuse(Host::State& st, std::string message) {
+    std::lock_guard<std::mutex> lock(st.misusesLock);
     if (st.misuses.size() < 1000) st.misuses.push_back(std::move(message));
 }
 
@@ -102,14 +121,12 @@ REALstring newString(Host::State& st, const char* data, size_t length, uint32_t 
     void* block = allocateBlock(kREALStringDataOffset + length + 1, false);
     if (block == nullptr) return nullptr;
     std::memset(block, 0, kREALStringDataOffset);
-    StringHeader* h = headerOf(block);
-    h->magic = kStringMagic;
-    h->encoding = encoding;
-    h->refs = 1;
-    h->length = static_cast<int64_t>(length);
-    h->serial = st.nextSerial++;
+    StringHeader* h =
+        new (block) StringHeader{kStringMagic, encoding, 1, int64_t(length),
+                                 st.nextSerial.fetch_add(1, std::memory_order_relaxed)};
     if (length > 0) std::memcpy(dataOf(block), data, length);
     dataOf(block)[length] = '\0';
+    std::lock_guard<std::mutex> lock(st.stringsLock);
     try {
         st.strings.insert(block);
     } catch (...) {
@@ -121,7 +138,12 @@ REALstring newString(Host::State& st, const char* data, size_t length, uint32_t 
 
 StringHeader* liveString(Host::State& st, REALstring s) {
     if (s == nullptr) return nullptr;
-    if (st.strings.count(s) == 0 || headerOf(s)->magic != kStringMagic) {
+    bool live = st.strings.seen(s);
+    if (!live) {
+        std::lock_guard<std::mutex> lock(st.stringsLock);
+        live = st.strings.count(s) != 0;
+    }
+    if (!live || headerOf(s)->magic != kStringMagic) {
         char buf[80];
         std::snprintf(buf, sizeof buf, "unknown or released string handle %p", (void*)s);
         misuse(st, buf);
@@ -135,15 +157,18 @@ std::string_view stringBytes(REALstring s) {
 }
 
 void lockString(Host::State& st, REALstring s) {
-    if (StringHeader* h = liveString(st, s)) ++h->refs;
+    if (StringHeader* h = liveString(st, s)) h->refs.fetch_add(1, std::memory_order_relaxed);
 }
 
 void unlockString(Host::State& st, REALstring s) {
     StringHeader* h = liveString(st, s);
     if (h == nullptr) return;
-    if (--h->refs > 0) return;
+    if (h->refs.fetch_sub(1, std::memory_order_acq_rel) > 1) return;
     h->magic = kDeadMagic;
-    st.strings.erase(s);
+    {
+        std::lock_guard<std::mutex> lock(st.stringsLock);
+        st.strings.erase(s);
+    }
     freeBlock(s);
 }
 
@@ -209,7 +234,10 @@ RBBoolean getStringData(REALstring s, uint32_t encoding, REALstringData* out) {
     if (!converted) return false;
     auto owned = std::make_unique<StringDataRecord>();
     owned->bytes = std::move(*converted);
-    st->stringData.insert(owned.get());
+    {
+        std::lock_guard<std::mutex> lock(st->stringDataLock);
+        st->stringData.insert(owned.get());
+    }
     StringDataRecord* record = owned.release();
     out->data = record->bytes.c_str();
     out->length = record->bytes.size();
@@ -223,7 +251,12 @@ void disposeStringData(REALstringData* data) {
     Host::State* st = currentState();
     if (st == nullptr || data == nullptr) return;
     auto* record = static_cast<const StringDataRecord*>(data->private1);
-    if (st->stringData.erase(record) == 0) {
+    size_t erased;
+    {
+        std::lock_guard<std::mutex> lock(st->stringDataLock);
+        erased = st->stringData.erase(record);
+    }
+    if (erased == 0) {
         misuse(*st, "PluginDisposeStringData of a record that is not outstanding");
         return;
     }

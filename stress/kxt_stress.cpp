@@ -7,10 +7,13 @@
 //
 //   kxt_stress [--scale 1/64] [--results FILE] [--timeout SECONDS] [--only TEXT] [--skip TEXT]
 //              [--no-memory-bound] [--list]
+//   kxt_stress --threads 8 [--rounds 3] [--scale 1/4096]
 //
 // --only and --skip pick cases whose declaration or description contains the text.
 // --no-memory-bound reports memory without failing on it (sanitizer builds, whose shadow memory
 // and quarantine say nothing about the plugin's own needs).
+// --threads runs every case on that many threads at once instead (runThreads below), in
+// this process; built with ThreadSanitizer (scripts/tsan.sh) it proves the calls race-free.
 //
 // Full scale (1) is 64 MiB inputs and 10 million line ends, entities or escapes.
 #include <malloc.h>
@@ -21,6 +24,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <barrier>
 #include <chrono>
 #include <cinttypes>
 #include <cmath>
@@ -34,6 +39,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "XojoHost.h"
@@ -676,6 +682,28 @@ size_t textBytes(const std::vector<xhost::RunSpec>& runs) {
     return n;
 }
 
+// The registered overload a method case calls (null for RTFDataKXT and when none is).
+const xhost::RegisteredMethod* findMethod(xhost::Host& host, const Case& c) {
+    if (c.kind != Kind::Method) return nullptr;
+    for (const auto* m : host.overloads(c.declaration.substr(0, c.declaration.find('(')))) {
+        if (m->declarationText == c.declaration) return m;
+    }
+    return nullptr;
+}
+
+xhost::CallResult callCase(xhost::Host& host, const Case& c, const xhost::RegisteredMethod* method,
+                           const Args& args) {
+    switch (c.kind) {
+        case Kind::RTFGetter:
+            return host.getRTF(args.values[0]);
+        case Kind::RTFSetter:
+            return host.setRTF(args.values[0], args.values[1]);
+        case Kind::Method:
+            break;
+    }
+    return host.callMethod(*method, args.values);
+}
+
 // Runs one case in this (child) process.
 Outcome runCase(const Case& c, const Scale& scale) {
     Outcome o;
@@ -683,16 +711,10 @@ Outcome runCase(const Case& c, const Scale& scale) {
         if (o.problem[0] == 0) snprintf(o.problem, sizeof o.problem, "%s", what.c_str());
     };
     xhost::Host host;
-    const xhost::RegisteredMethod* method = nullptr;
-    if (c.kind == Kind::Method) {
-        const std::string name = c.declaration.substr(0, c.declaration.find('('));
-        for (const auto* m : host.overloads(name)) {
-            if (m->declarationText == c.declaration) method = m;
-        }
-        if (method == nullptr) {
-            note("no such overload registered");
-            return o;
-        }
+    const xhost::RegisteredMethod* method = findMethod(host, c);
+    if (c.kind == Kind::Method && method == nullptr) {
+        note("no such overload registered");
+        return o;
     }
     {
         Args args;
@@ -703,18 +725,7 @@ Outcome runCase(const Case& c, const Scale& scale) {
         if (!resetPeak()) note("cannot reset the peak RSS");
         o.baselineKiB = statusKiB("VmRSS:");
         const auto start = std::chrono::steady_clock::now();
-        xhost::CallResult r;
-        switch (c.kind) {
-            case Kind::Method:
-                r = host.callMethod(*method, args.values);
-                break;
-            case Kind::RTFGetter:
-                r = host.getRTF(args.values[0]);
-                break;
-            case Kind::RTFSetter:
-                r = host.setRTF(args.values[0], args.values[1]);
-                break;
-        }
+        xhost::CallResult r = callCase(host, c, method, args);
         o.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         o.peakKiB = statusKiB("VmHWM:");
         o.heldKiB = statusKiB("VmRSS:");
@@ -931,6 +942,155 @@ Scale parseScale(const std::string& text) {
     return {size_t(double(64 * MiB) * f), size_t(10e6 * f)};
 }
 
+// ---- Threads -------------------------------------------------------------------------------
+
+// What a call gave, to compare across threads: the result (type, encoding, size and a hash of
+// its bytes) or the exception, the arguments' bytes afterwards (ClearStringContentKXT wipes
+// its own), and the runs and paragraphs an assigned RTFDataKXT made. Random bytes differ each
+// call: their size, encoding and range stand for them.
+std::string outcomeText(xhost::Host& host, const Case& c, const Args& args,
+                        const xhost::CallResult& r) {
+    auto digest = [](const std::string& bytes) {
+        return std::to_string(bytes.size()) + ":" + std::to_string(std::hash<std::string>{}(bytes));
+    };
+    if (r.exception) return "raised " + r.exception->className + ": " + r.exception->message;
+    const Value& v = r.value;
+    std::string out = "type " + std::to_string(int(v.type()));
+    if (c.declaration.rfind("RandomBytesStringKXT", 0) == 0) {
+        const std::string b = v.bytes();
+        const bool ascii = std::all_of(
+            b.begin(), b.end(), [](char ch) { return uint8_t(ch) >= 32 && uint8_t(ch) < 128; });
+        return out + " " + std::to_string(b.size()) + (ascii ? " ascii" : "");
+    }
+    switch (v.type()) {
+        case Value::Type::String:
+            out += " " + std::to_string(v.encoding()) + " " + digest(v.bytes());
+            break;
+        case Value::Type::MemoryBlock:
+            out += " " + digest(v.bytes());
+            break;
+        case Value::Type::Array:
+            for (const auto& s : v.strings()) out += " " + digest(s);
+            break;
+        case Value::Type::Integer:
+            out += " " + std::to_string(v.asInteger());
+            break;
+        case Value::Type::Boolean:
+            out += v.asBoolean() ? " true" : " false";
+            break;
+        case Value::Type::Double: {
+            char buf[40];
+            snprintf(buf, sizeof buf, " %a", v.asDouble());
+            out += buf;
+            break;
+        }
+        default:
+            break;
+    }
+    for (const Value& a : args.values) {
+        if (a.type() == Value::Type::String || a.type() == Value::Type::MemoryBlock) {
+            out += " | " + digest(a.bytes());
+        }
+    }
+    if (c.kind == Kind::RTFSetter) {
+        for (const auto& run : host.styleRuns(args.values[0])) {
+            out += " | " + digest(run.text) + " " + run.font + " " + std::to_string(run.size) +
+                   (run.bold ? "b" : "") + (run.italic ? "i" : "") + (run.underline ? "u" : "") +
+                   " " + std::to_string(run.color);
+        }
+        for (const auto& p : host.paragraphs(args.values[0])) {
+            out += " | " + std::to_string(p.start) + "-" + std::to_string(p.end) + " " +
+                   std::to_string(p.alignment);
+        }
+    }
+    return out;
+}
+
+std::string outcomeOf(xhost::Host& host, const Case& c, const xhost::RegisteredMethod* method,
+                      const Args& args) {
+    if (c.kind == Kind::Method && method == nullptr) return "no such overload registered";
+    try {
+        return outcomeText(host, c, args, callCase(host, c, method, args));
+    } catch (const std::exception& e) {
+        return std::string("threw ") + e.what();
+    }
+}
+
+// Every case on `threads` threads at once, each on arguments of its own (its own strings,
+// MemoryBlocks and StyledTexts, made beforehand), against the results of one thread computed
+// first on a host of its own. Each round loads a fresh copy of the plugin, so the threads meet
+// its lazily built tables and caches cold; the Debugging switch is set meanwhile. After the
+// threads are joined and the arguments and results released, no host reference may be left.
+int runThreads(const std::vector<Case>& all, const Scale& scale, int threads, int rounds) {
+    std::vector<std::string> expected;
+    {
+        xhost::Host host;
+        for (const auto& c : all) {
+            Args args;
+            c.make(args, scale);
+            expected.push_back(outcomeOf(host, c, findMethod(host, c), args));
+        }
+    }
+    int failed = 0;
+    for (int round = 1; round <= rounds; ++round) {
+        const auto start = std::chrono::steady_clock::now();
+        xhost::Host host;
+        std::vector<const xhost::RegisteredMethod*> methods;
+        for (const auto& c : all) methods.push_back(findMethod(host, c));
+        std::vector<std::vector<Args>> args(size_t(threads), std::vector<Args>(all.size()));
+        for (auto& mine : args) {
+            for (size_t i = 0; i < all.size(); ++i) all[i].make(mine[i], scale);
+        }
+        std::vector<std::vector<std::string>> got(static_cast<size_t>(threads));
+        // The threads start each case together, so they meet whatever it builds on first use
+        // at the same moment.
+        std::barrier together(threads);
+        std::atomic<int> running = threads;
+        std::vector<std::thread> pool;
+        for (int t = 0; t < threads; ++t) {
+            pool.emplace_back([&, t] {
+                for (size_t i = 0; i < all.size(); ++i) {
+                    together.arrive_and_wait();
+                    got[size_t(t)].push_back(
+                        outcomeOf(host, all[i], methods[i], args[size_t(t)][i]));
+                }
+                --running;
+            });
+        }
+        while (running > 0) {
+            host.setDebugging(false);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        for (auto& t : pool) t.join();
+        int wrong = 0;
+        for (int t = 0; t < threads; ++t) {
+            for (size_t i = 0; i < all.size(); ++i) {
+                if (got[size_t(t)][i] == expected[i]) continue;
+                ++wrong;
+                printf("FAIL round %d thread %d: %s [%s]\n  got      %s\n  expected %s\n", round, t,
+                       all[i].declaration.c_str(), all[i].hard.c_str(),
+                       got[size_t(t)][i].substr(0, 300).c_str(),
+                       expected[i].substr(0, 300).c_str());
+            }
+        }
+        args.clear();
+        if (host.liveStrings() || host.liveObjects() || host.outstandingStringData()) {
+            printf("FAIL round %d leaked: %s", round, host.describeLive().c_str());
+            ++wrong;
+        }
+        for (const auto& m : host.misuses()) {
+            printf("FAIL round %d misused the host: %s\n", round, m.c_str());
+            ++wrong;
+        }
+        printf("round %d: %d threads x %zu cases, %d wrong, %.2f s\n", round, threads, all.size(),
+               wrong,
+               std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        fflush(stdout);
+        failed += wrong;
+    }
+    return failed;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -938,6 +1098,7 @@ int main(int argc, char** argv) {
     double timeout = 0;
     bool listOnly = false;
     bool memoryBound = true;
+    int threads = 0, rounds = 3;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
         auto value = [&]() -> std::string {
@@ -961,13 +1122,19 @@ int main(int argc, char** argv) {
             memoryBound = false;
         else if (a == "--list")
             listOnly = true;
+        else if (a == "--threads")
+            threads = std::atoi(value().c_str());
+        else if (a == "--rounds")
+            rounds = std::atoi(value().c_str());
         else {
             fprintf(stderr,
                     "usage: kxt_stress [--scale 1/64] [--results FILE] [--timeout SECONDS] "
-                    "[--only TEXT] [--skip TEXT] [--no-memory-bound] [--list]\n");
+                    "[--only TEXT] [--skip TEXT] [--no-memory-bound] [--list] [--threads N "
+                    "[--rounds N]]\n");
             return 2;
         }
     }
+    if (threads > 0 && scaleText == "1") scaleText = "1/4096";  // 16 KiB: many rounds, cold
     const Scale scale = parseScale(scaleText);
     // A linear case at full scale takes seconds; a quadratic one would take hours.
     if (timeout <= 0) timeout = 20 + 280 * double(scale.bytes) / double(64 * MiB);
@@ -988,6 +1155,17 @@ int main(int argc, char** argv) {
     if (listOnly) {
         for (const auto& c : all) printf("%s  [%s]\n", c.declaration.c_str(), c.hard.c_str());
         return 0;
+    }
+    if (threads > 0) {
+        printf("kxt_stress: %zu cases on %d threads, %d rounds, scale %s (%zu bytes, %zu things)\n",
+               all.size(), threads, rounds, scaleText.c_str(), scale.bytes, scale.count);
+        int failed = runThreads(all, scale, threads, rounds);
+        for (const auto& d : missing) printf("FAIL no case for %s\n", d.c_str());
+        for (const auto& d : unknown)
+            printf("FAIL case for an overload that is not registered: %s\n", d.c_str());
+        failed += int(missing.size() + unknown.size());
+        printf("%s\n", failed == 0 ? "all threads agree with one" : "FAILED");
+        return failed == 0 ? 0 : 1;
     }
 
     printf(

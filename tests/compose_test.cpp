@@ -35,14 +35,14 @@ std::string hex(const Units& units) {
 // Composition exactly as the rule reads: at each candidate unit, scan the whole table in order
 // for the first entry whose parts all match.
 Units composeByLinearScan(const Units& text) {
-    InitCharsWhoCanBeCompositionLookupTable();
+    const uint8_t* firstParts = InitCharsWhoCanBeCompositionLookupTable();
     Units out;
     size_t i = 0;
     while (i < text.size()) {
         const uint16_t c = text[i];
         const kxt::DecompositionEntry* match = nullptr;
         size_t length = 0;
-        if (CharsWhoCanBeComposition[c] != 0) {
+        if (firstParts[c] != 0) {
             for (const auto& e : kxt::DecompositionTable) {
                 size_t p = 0;
                 while (p < 5 && e.parts[p] != 0 && i + p < text.size() &&

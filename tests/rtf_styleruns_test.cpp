@@ -68,7 +68,9 @@ TEST_F(StyleRunHelpers, RunsHoldOneReferenceEachThroughMoves) {
     std::vector<RunSpec> specs;
     for (int i = 0; i < 300; ++i) specs.push_back({"run" + std::to_string(i) + "\r", "Font"});
     Value text = host().newStyledText(specs);
-    auto refs = [](REALstring s) { return static_cast<xhost::StringHeader*>((void*)s)->refs; };
+    auto refs = [](REALstring s) {
+        return static_cast<xhost::StringHeader*>((void*)s)->refs.load();
+    };
     std::vector<XojoStyleRun> runs;
     GetXojoStyleRunsForText(text.objectHandle(), runs, false);
     ASSERT_EQ(runs.size(), specs.size());

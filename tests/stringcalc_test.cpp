@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <random>
 #include <string>
+#include <thread>
 
 #include "KxtTest.h"
 #include "search_reference.h"
@@ -117,21 +118,22 @@ TEST(FillRepeating, RepeatsFromTheStartAndCuts) {
     for (size_t i = 0; i < big.size(); ++i) ASSERT_EQ(big[i], "xyzzy"[i % 5]) << i;
 }
 
-TEST(RandomBytes, FollowTheCRandomGenerator) {
-    std::string out(4000, '\0');
-    auto span = std::span(reinterpret_cast<uint8_t*>(out.data()), out.size());
-    srand(99);
-    kxt::fillRandomBytes(span, true);
-    srand(99);
-    for (size_t i = 0; i < out.size(); ++i) {
-        ASSERT_EQ(uint8_t(out[i]), uint8_t(rand() % 96 + 32)) << i;
-        ASSERT_GE(uint8_t(out[i]), 32);
-        ASSERT_LE(uint8_t(out[i]), 127);
+TEST(RandomBytes, FollowTheCRandomGeneratorOfTheirThread) {
+    std::string out(4000, '\0'), other(out.size(), '\0');
+    auto span = [](std::string& s) {
+        return std::span(reinterpret_cast<uint8_t*>(s.data()), s.size());
+    };
+    for (const bool ascii : {true, false}) {
+        kxt::seedRandomBytes(ascii ? 99 : 7);
+        kxt::fillRandomBytes(span(out), ascii);
+        srand(kxt::threadRandomSeed());
+        for (size_t i = 0; i < out.size(); ++i) {
+            ASSERT_EQ(uint8_t(out[i]), ascii ? uint8_t(rand() % 96 + 32) : uint8_t(rand())) << i;
+        }
     }
-    srand(7);
-    kxt::fillRandomBytes(span, false);
-    srand(7);
-    for (size_t i = 0; i < out.size(); ++i) ASSERT_EQ(uint8_t(out[i]), uint8_t(rand())) << i;
+    // Another thread starting from the same process seed does not repeat them.
+    std::thread([&] { kxt::fillRandomBytes(span(other), false); }).join();
+    EXPECT_NE(other, out);
 }
 
 // ---- through the host ----
@@ -231,13 +233,11 @@ TEST_F(ByteMethods, CreateStringThatCannotBeAllocatedRaisesOutOfMemory) {
     }
 }
 
-TEST_F(ByteMethods, RandomBytesComeFromTheCGenerator) {
-    srand(12345);  // the plugin shares the process's C library
+TEST_F(ByteMethods, RandomBytesAreNewEachCall) {
     Value binary = call("RandomBytesStringKXT", {I(300)});
-    srand(12345);
-    std::string expected(300, '\0');
-    for (char& c : expected) c = char(rand());
-    EXPECT_EQ(binary.bytes(), expected);
+    EXPECT_EQ(binary.encoding(), kREALTextEncodingUnknown);
+    ASSERT_EQ(binary.bytes().size(), 300u);
+    EXPECT_NE(call("RandomBytesStringKXT", {I(300)}).bytes(), binary.bytes());
 
     Value ascii = call("RandomBytesStringKXT", {I(2000), B(true)});
     EXPECT_EQ(ascii.encoding(), kREALTextEncodingASCII);

@@ -10,9 +10,9 @@
 namespace {
 
 using kxt::abi::ObjectMethod;
-ObjectMethodCache<ObjectMethod::StyledTextRemoveStyleRun> gRemoveStyleRun;
-ObjectMethodCache<ObjectMethod::StyledTextAppendStyleRun> gAppendStyleRun;
-ObjectMethodCache<ObjectMethod::StyledTextParagraphAlignment> gSetParagraphAlignment;
+thread_local ObjectMethodCache<ObjectMethod::StyledTextRemoveStyleRun> gRemoveStyleRun;
+thread_local ObjectMethodCache<ObjectMethod::StyledTextAppendStyleRun> gAppendStyleRun;
+thread_local ObjectMethodCache<ObjectMethod::StyledTextParagraphAlignment> gSetParagraphAlignment;
 
 void Log(const char* text) {
     if (gDebugging) LogMessage(text);

@@ -6,7 +6,7 @@
 
 #include "rbText.h"
 
-bool gDebugging = false;
+std::atomic<bool> gDebugging{false};
 
 namespace {
 constexpr const char* kPrefix = "KXT Debug: ";

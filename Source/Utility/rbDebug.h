@@ -2,11 +2,13 @@
 // (callers test gDebugging before logging).
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "XojoPluginABI.h"
 
-extern bool gDebugging;
+// Switched by the host on any thread while calls run on others.
+extern std::atomic<bool> gDebugging;
 
 RBBoolean getDebugging();
 void setDebugging(RBBoolean value);

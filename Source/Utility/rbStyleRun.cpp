@@ -106,8 +106,8 @@ int64_t GetInteger(REALobject object, const char* name) {
 }
 
 using kxt::abi::ObjectMethod;
-ObjectMethodCache<ObjectMethod::StyledTextStyleRun> gStyleRunMethod;
-ObjectMethodCache<ObjectMethod::StyledTextParagraph> gParagraphMethod;
+thread_local ObjectMethodCache<ObjectMethod::StyledTextStyleRun> gStyleRunMethod;
+thread_local ObjectMethodCache<ObjectMethod::StyledTextParagraph> gParagraphMethod;
 
 // The framework's Len, once found. Atomic with no separate "looked up" flag: a thread that sees
 // a pointer sees a usable one.

@@ -10,7 +10,10 @@
 #include "XojoPluginABI.h"
 
 // A host method of an object by declaration, remembered for the object it was last looked up
-// for (the style-run helpers call the same few methods on the same object many times).
+// for (the style-run helpers call the same few methods on the same object many times). Each
+// thread keeps its own (thread_local): threads working on different texts would otherwise
+// overwrite each other's object and function, and a reader could pair one's object with the
+// other's function.
 template <typename Fn>
 struct MethodCache {
     const char* declaration;

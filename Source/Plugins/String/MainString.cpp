@@ -216,5 +216,7 @@ extern "C" __attribute__((visibility("default"))) void PluginEntry() {
 void InitRand() {
     // The product is taken in 32 bits before the addition.
     uint32_t product = static_cast<uint32_t>(getpid()) * 17u;
-    srand(product + static_cast<uint32_t>(time(nullptr)));
+    const uint32_t seed = product + static_cast<uint32_t>(time(nullptr));
+    srand(seed);
+    kxt::seedRandomBytes(seed);  // RandomBytesStringKXT's generators start from it
 }

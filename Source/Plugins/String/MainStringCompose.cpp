@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <string_view>
 
@@ -18,35 +20,76 @@
 #include "rbUtil.h"
 #include "rbstring.h"
 
-uint8_t* CharsWhoCanBeComposition = nullptr;
-
 namespace {
 
 constexpr size_t kUnitCount = 65536;
 constexpr uint16_t kFirstComposed = 0xC0;  // nothing below has an entry
 
-// One bit per unit that is the second part of some entry. Every entry has at least two parts,
-// so a candidate whose next unit is not among them is settled without a search; that keeps
-// plain letters (almost all of which can start a decomposition) cheap.
-std::array<uint64_t, kUnitCount / 64> gSecondParts{};
-// No unit below this is the second part of any entry: text made of such units composes nothing
-// and is copied in blocks.
-uint16_t gSmallestSecondPart = 0;
+// What composition looks up besides the generated tables. Built whole by the first composition
+// and published only when complete, then never changed: calls on other threads read it without
+// locks.
+struct CompositionLookup {
+    // CharsWhoCanBeComposition: one byte per UTF-16 unit, 1 when it is the first part of some
+    // entry.
+    uint8_t* firstParts = nullptr;
+    // One bit per unit that is the second part of some entry. Every entry has at least two
+    // parts, so a candidate whose next unit is not among them is settled without a search;
+    // that keeps plain letters (almost all of which can start a decomposition) cheap.
+    std::array<uint64_t, kUnitCount / 64> secondParts{};
+    // No unit below this is the second part of any entry: text made of such units composes
+    // nothing and is copied in blocks.
+    uint16_t smallestSecondPart = 0xFFFF;
+    // The UTF-8 lead bytes of every second part, of four-byte sequences (whose two units may be
+    // an entry's parts) and of U+FEFF and U+FFFE, as a set that sixteen bytes are tested
+    // against at once: bit h of leadLow[low nibble] for each high nibble h = 0xC..0xF present.
+    // All of them are 0xCC or above.
+    alignas(16) uint8_t leadLow[16] = {};
+
+    bool isSecondPart(uint16_t unit) const { return (secondParts[unit >> 6] >> (unit & 63)) & 1; }
+    void addSpecialLead(uint8_t lead) { leadLow[lead & 0x0F] |= uint8_t(1 << ((lead >> 4) - 0xC)); }
+};
 
 void* (*gAllocateLookup)(int64_t) = AllocateClearMemory;
+std::atomic<CompositionLookup*> gLookup{nullptr};
+std::mutex gLookupBuild;
 
-// The UTF-8 lead bytes of every second part, of four-byte sequences (whose two units may be an
-// entry's parts) and of U+FEFF and U+FFFE, as a set that sixteen bytes are tested against at
-// once: bit h of kLeadLow[low nibble] for each high nibble h = 0xC..0xF present. All of them
-// are 0xCC or above.
-alignas(16) uint8_t gLeadLow[16] = {};
-
-void addSpecialLead(uint8_t lead) {
-    gLeadLow[lead & 0x0F] |= uint8_t(1 << ((lead >> 4) - 0xC));
+// Null when memory runs out.
+CompositionLookup* buildLookup() {
+    auto* table = static_cast<uint8_t*>(gAllocateLookup(int64_t(kUnitCount)));
+    if (table == nullptr) return nullptr;
+    auto* t = new (std::nothrow) CompositionLookup;
+    if (t == nullptr) {
+        FreeMemoryNow(table);
+        return nullptr;
+    }
+    t->firstParts = table;
+    for (const auto& e : kxt::DecompositionTable) {
+        table[e.parts[0]] = 1;
+        t->secondParts[e.parts[1] >> 6] |= uint64_t(1) << (e.parts[1] & 63);
+        t->smallestSecondPart = std::min(t->smallestSecondPart, e.parts[1]);
+        const uint16_t u = e.parts[1];
+        if (u >= 0x800 && (u < 0xD800 || u >= 0xE000)) {
+            t->addSpecialLead(uint8_t(0xE0 | u >> 12));
+        } else if (u >= 0x80 && u < 0x800) {
+            t->addSpecialLead(uint8_t(0xC0 | u >> 6));
+        }
+    }
+    for (uint8_t lead = 0xF0; lead <= 0xF4; ++lead) t->addSpecialLead(lead);
+    t->addSpecialLead(0xEF);  // U+FEFF, U+FFFE
+    return t;
 }
 
-bool isSecondPart(uint16_t unit) {
-    return (gSecondParts[unit >> 6] >> (unit & 63)) & 1;
+// The lookup, built on first use; null while memory for it runs out (the next call tries
+// again). One thread builds it while any others wait.
+const CompositionLookup* compositionLookup() {
+    if (const CompositionLookup* t = gLookup.load(std::memory_order_acquire)) return t;
+    std::lock_guard<std::mutex> lock(gLookupBuild);
+    CompositionLookup* t = gLookup.load(std::memory_order_relaxed);
+    if (t == nullptr) {
+        t = buildLookup();
+        gLookup.store(t, std::memory_order_release);
+    }
+    return t;
 }
 
 size_t partCount(const kxt::DecompositionEntry& e) {
@@ -82,8 +125,9 @@ const kxt::DecompositionEntry* searchDecomposition(uint16_t unit) {
 
 // The first entry in table order that matches text from position i, or null. Only entries
 // whose first two parts are text[i], text[i + 1] can match; the index lists them in table order.
-const kxt::DecompositionEntry* firstMatch(const uint16_t* text, size_t n, size_t i) {
-    if (i + 1 >= n || !isSecondPart(text[i + 1])) return nullptr;
+const kxt::DecompositionEntry* firstMatch(const CompositionLookup& t, const uint16_t* text,
+                                          size_t n, size_t i) {
+    if (i + 1 >= n || !t.isSecondPart(text[i + 1])) return nullptr;
     const uint32_t key = (uint32_t(text[i]) << 16) | text[i + 1];
     const uint32_t* keys = kxt::CompositionPairKeys;
     const uint32_t* found = std::lower_bound(keys, keys + kxt::kCompositionPairCount, key);
@@ -156,27 +200,9 @@ std::vector<uint16_t> decomposeLogged(std::span<const uint16_t> text) {
 
 }  // namespace
 
-void InitCharsWhoCanBeCompositionLookupTable() {
-    if (CharsWhoCanBeComposition != nullptr) return;
-    auto* table = static_cast<uint8_t*>(gAllocateLookup(int64_t(kUnitCount)));
-    if (table == nullptr) return;
-    uint16_t smallest = 0xFFFF;
-    for (const auto& e : kxt::DecompositionTable) {
-        table[e.parts[0]] = 1;
-        gSecondParts[e.parts[1] >> 6] |= uint64_t(1) << (e.parts[1] & 63);
-        smallest = std::min(smallest, e.parts[1]);
-        const uint16_t u = e.parts[1];
-        if (u >= 0x800 && (u < 0xD800 || u >= 0xE000)) {
-            addSpecialLead(uint8_t(0xE0 | u >> 12));
-        } else if (u >= 0x80 && u < 0x800) {
-            addSpecialLead(uint8_t(0xC0 | u >> 6));
-        }
-    }
-    for (uint8_t lead = 0xF0; lead <= 0xF4; ++lead) addSpecialLead(lead);
-    addSpecialLead(0xEF);  // U+FEFF, U+FFFE
-    gSmallestSecondPart = smallest;
-    // Published only when complete; a concurrent build at worst makes a second table.
-    CharsWhoCanBeComposition = table;
+const uint8_t* InitCharsWhoCanBeCompositionLookupTable() {
+    const CompositionLookup* t = compositionLookup();
+    return t != nullptr ? t->firstParts : nullptr;
 }
 
 namespace kxt {
@@ -227,9 +253,10 @@ std::vector<uint16_t> decomposeUTF16(std::span<const uint16_t> text) {
 }
 
 std::vector<uint16_t> composeUTF16(std::span<const uint16_t> text) {
-    if (CharsWhoCanBeComposition == nullptr) InitCharsWhoCanBeCompositionLookupTable();
-    if (CharsWhoCanBeComposition == nullptr) throw std::bad_alloc();
-    const uint8_t* lookup = CharsWhoCanBeComposition;
+    const CompositionLookup* table = compositionLookup();
+    if (table == nullptr) throw std::bad_alloc();
+    const uint8_t* lookup = table->firstParts;
+    const uint16_t smallestSecondPart = table->smallestSecondPart;
     const bool log = gDebugging;
     const uint16_t* in = text.data();
     const size_t n = text.size();
@@ -237,10 +264,10 @@ std::vector<uint16_t> composeUTF16(std::span<const uint16_t> text) {
     uint16_t* w = out.data();
     // A composition starts at a unit only when the unit after it is a second part, so eight
     // units whose successors are all below the smallest second part are copied at once.
-    const __m128i noSecondPart = _mm_set1_epi16(short(gSmallestSecondPart - 1));
+    const __m128i noSecondPart = _mm_set1_epi16(short(smallestSecondPart - 1));
     size_t i = 0;
     while (i < n) {
-        if (!log && gSmallestSecondPart > 0 && i + 9 <= n &&
+        if (!log && smallestSecondPart > 0 && i + 9 <= n &&
             allAtMost(load8(in + i + 1), noSecondPart)) {
             _mm_storeu_si128(reinterpret_cast<__m128i*>(w), load8(in + i));
             w += 8;
@@ -250,7 +277,7 @@ std::vector<uint16_t> composeUTF16(std::span<const uint16_t> text) {
         const uint16_t c = in[i];
         if (lookup[c] != 0) {
             if (log) LogMessage("findCompositionInText", int64_t(c));
-            if (const DecompositionEntry* e = firstMatch(in, n, i)) {
+            if (const DecompositionEntry* e = firstMatch(*table, in, n, i)) {
                 *w++ = e->composed;
                 i += partCount(*e);
                 continue;
@@ -340,15 +367,16 @@ size_t firstByteFrom(const uint8_t* p, size_t i, size_t n, uint8_t floor) {
 // or take four bytes.
 constexpr uint8_t kSpecialLead = 0xCC;
 
-bool isSpecialLead(uint8_t b) {
-    return b >= 0xC0 && (gLeadLow[b & 0x0F] >> ((b >> 4) - 0xC) & 1) != 0;
+bool isSpecialLead(const uint8_t* leadLow, uint8_t b) {
+    return b >= 0xC0 && (leadLow[b & 0x0F] >> ((b >> 4) - 0xC) & 1) != 0;
 }
 
 // Position of the first byte at or after i in the lead set, or n: the text in between is
 // Latin, Greek, Cyrillic, CJK, Hangul syllables and the like, none of it a second part.
-__attribute__((target("ssse3"))) size_t firstSpecialLeadSSSE3(const uint8_t* p, size_t i,
+__attribute__((target("ssse3"))) size_t firstSpecialLeadSSSE3(const uint8_t* leadLow,
+                                                              const uint8_t* p, size_t i,
                                                               size_t n) {
-    const __m128i lowTable = _mm_load_si128(reinterpret_cast<const __m128i*>(gLeadLow));
+    const __m128i lowTable = _mm_load_si128(reinterpret_cast<const __m128i*>(leadLow));
     // Bit h - 0xC for high nibbles 0xC..0xF, nothing for the others.
     const __m128i highTable = _mm_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 2, 4, 8);
     const __m128i nibble = _mm_set1_epi8(0x0F);
@@ -366,13 +394,13 @@ __attribute__((target("ssse3"))) size_t firstSpecialLeadSSSE3(const uint8_t* p, 
         const int hits = _mm_movemask_epi8(none) ^ 0xFFFF;
         if (hits != 0) return i + size_t(__builtin_ctz(unsigned(hits)));
     }
-    while (i < n && !isSpecialLead(p[i])) ++i;
+    while (i < n && !isSpecialLead(leadLow, p[i])) ++i;
     return i;
 }
 
-size_t firstSpecialLead(const uint8_t* p, size_t i, size_t n) {
+size_t firstSpecialLead(const uint8_t* leadLow, const uint8_t* p, size_t i, size_t n) {
     static const bool kHaveSSSE3 = __builtin_cpu_supports("ssse3");
-    if (kHaveSSSE3) return firstSpecialLeadSSSE3(p, i, n);
+    if (kHaveSSSE3) return firstSpecialLeadSSSE3(leadLow, p, i, n);
     // Without it, every lead of U+0300 and above (a superset) stops the scan.
     return firstByteFrom(p, i, n, kSpecialLead);
 }
@@ -418,9 +446,10 @@ size_t decomposeUTF8(std::string_view text, char* out) {
 }
 
 size_t composeUTF8(std::string_view text, char* out) {
-    if (CharsWhoCanBeComposition == nullptr) InitCharsWhoCanBeCompositionLookupTable();
-    if (CharsWhoCanBeComposition == nullptr) throw std::bad_alloc();
-    const uint8_t* lookup = CharsWhoCanBeComposition;
+    const CompositionLookup* table = compositionLookup();
+    if (table == nullptr) throw std::bad_alloc();
+    const uint8_t* lookup = table->firstParts;
+    const uint8_t* leadLow = table->leadLow;
     const auto* p = reinterpret_cast<const uint8_t*>(text.data());
     const size_t n = text.size();
     char* w = out;
@@ -450,9 +479,9 @@ size_t composeUTF8(std::string_view text, char* out) {
                     ends[count++] = at;
                 }
                 // Settled after the second unit unless it is a second part.
-                if (count >= 2 && !isSecondPart(units[1])) break;
+                if (count >= 2 && !table->isSecondPart(units[1])) break;
             }
-            if (const DecompositionEntry* e = firstMatch(units, count, 0)) {
+            if (const DecompositionEntry* e = firstMatch(*table, units, count, 0)) {
                 const size_t used = partCount(*e);
                 if (ends[used - 1] != 0) {
                     w = encodeUTF8(w, e->composed);
@@ -472,7 +501,7 @@ size_t composeUTF8(std::string_view text, char* out) {
     while (i < n) {
         // Code points whose lead is not in the set, up to the next one whose lead is, are never
         // a second part: all but the last of them compose with nothing and are copied at once.
-        const size_t special = firstSpecialLead(p, i, n);
+        const size_t special = firstSpecialLead(leadLow, p, i, n);
         if (special == n) {
             memcpy(w, p + i, n - i);
             w += n - i;
@@ -487,14 +516,17 @@ size_t composeUTF8(std::string_view text, char* out) {
         }
         i = step(i);
         // Where they come, such code points mostly come one after another.
-        while (i < n && isSpecialLead(p[i])) i = step(i);
+        while (i < n && isSpecialLead(leadLow, p[i])) i = step(i);
     }
     return size_t(w - out);
 }
 
 void resetCompositionLookupForTesting(void* (*allocate)(int64_t size)) {
-    FreeMemoryNow(CharsWhoCanBeComposition);
-    CharsWhoCanBeComposition = nullptr;
+    std::lock_guard<std::mutex> lock(gLookupBuild);
+    if (CompositionLookup* t = gLookup.exchange(nullptr)) {
+        FreeMemoryNow(t->firstParts);
+        delete t;
+    }
     gAllocateLookup = allocate != nullptr ? allocate : AllocateClearMemory;
 }
 
@@ -553,8 +585,7 @@ REALstring ConvertUnicodeToCharacterCompositionKXT(REALstring text) {
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         if (gDebugging) LogMessage("ConvertUnicodeToCharacterCompositionKXT");
         if (text == nullptr) return nullptr;
-        if (CharsWhoCanBeComposition == nullptr) InitCharsWhoCanBeCompositionLookupTable();
-        if (CharsWhoCanBeComposition == nullptr) {
+        if (InitCharsWhoCanBeCompositionLookupTable() == nullptr) {
             RaiseException("OutOfMemoryException", "Failed to allocate lookup table.",
                            kREALTextEncodingUTF8);
             return nullptr;

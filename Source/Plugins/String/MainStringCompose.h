@@ -10,11 +10,10 @@
 #include "UnicodeTables.h"
 #include "XojoPluginABI.h"
 
-// 65,536 bytes, one per UTF-16 unit: 1 when the unit is the first part of some decomposition.
-// Built by the first composition, never freed; absent until then.
-extern uint8_t* CharsWhoCanBeComposition;
-// Builds the table if it is absent; leaves it absent when memory runs out.
-void InitCharsWhoCanBeCompositionLookupTable();
+// CharsWhoCanBeComposition: 65,536 bytes, one per UTF-16 unit, 1 when the unit is the first part
+// of some decomposition. Built by the first composition (on any thread), never freed. Returns
+// it, built if it was absent, or null when memory runs out (the next call tries again).
+const uint8_t* InitCharsWhoCanBeCompositionLookupTable();
 
 namespace kxt {
 

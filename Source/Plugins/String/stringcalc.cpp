@@ -1,8 +1,10 @@
 #include "stringcalc.h"
 
 #include <emmintrin.h>
+#include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -142,11 +144,64 @@ void fillRepeating(std::span<uint8_t> out, std::string_view content) {
     }
 }
 
+namespace {
+
+std::atomic<uint32_t> gRandomSeed{1};
+std::atomic<uint64_t> gRandomThreads{0};
+
+// glibc's rand() is random_r over 128 bytes of state as srand() prepares them; the same here,
+// with the state per thread instead of behind the C library's lock.
+struct ThreadRandom {
+    random_data data;
+    char state[128];
+    bool started;
+    uint32_t processSeed;
+    uint32_t seed;
+};
+thread_local ThreadRandom tRandom;
+
+ThreadRandom& threadRandom() {
+    ThreadRandom& r = tRandom;
+    const uint32_t processSeed = gRandomSeed.load(std::memory_order_relaxed);
+    if (!r.started || r.processSeed != processSeed) {
+        // The thread's identity: its number among the threads that asked (unique while the
+        // process runs) and its handle, mixed with the seed by a SplitMix64 finaliser.
+        uint64_t x = (uint64_t(processSeed) << 32) ^ gRandomThreads.fetch_add(1) ^
+                     (uint64_t(pthread_self()) << 7);
+        x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ull;
+        x = (x ^ (x >> 27)) * 0x94D049BB133111EBull;
+        r.seed = uint32_t(x ^ (x >> 31));
+        r.processSeed = processSeed;
+        r.data = random_data{};
+        initstate_r(r.seed, r.state, sizeof r.state, &r.data);
+        r.started = true;
+    }
+    return r;
+}
+
+}  // namespace
+
+void seedRandomBytes(uint32_t seed) {
+    gRandomSeed.store(seed, std::memory_order_relaxed);
+}
+
+uint32_t threadRandomSeed() {
+    return threadRandom().seed;
+}
+
 void fillRandomBytes(std::span<uint8_t> out, bool ascii) {
+    random_data& data = threadRandom().data;
+    int32_t v;
     if (ascii) {
-        for (uint8_t& b : out) b = uint8_t(rand() % 96 + 32);
+        for (uint8_t& b : out) {
+            random_r(&data, &v);
+            b = uint8_t(v % 96 + 32);
+        }
     } else {
-        for (uint8_t& b : out) b = uint8_t(rand());
+        for (uint8_t& b : out) {
+            random_r(&data, &v);
+            b = uint8_t(v);
+        }
     }
 }
 
@@ -282,6 +337,8 @@ REALstring RandomBytesStringKXT(RBInteger length, RBBoolean ascii) {
     });
 }
 
+// Wipes the bytes every holder of the string sees, without a lock: that is its purpose. The
+// caller must make sure no other thread is reading the string (README, Threads).
 RBBoolean ClearStringContentKXT(REALstring s) {
     return HandlerBoundary<RBBoolean>(false, [&] {
         if (s == nullptr) return false;

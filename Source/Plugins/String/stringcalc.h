@@ -29,8 +29,16 @@ std::string concatBytes(std::initializer_list<std::string_view> parts);
 // a single zero byte leaves out as it is.
 void fillRepeating(std::span<uint8_t> out, std::string_view content);
 
-// C rand(): bytes 32..127 when ascii (DEL included), else its low 8 bits.
+// The C library's rand() generator, one per thread: bytes 32..127 when ascii (DEL included),
+// else its low 8 bits. A thread's generator starts from the process seed mixed with the thread's
+// identity, so threads neither share a lock nor repeat each other's bytes.
 void fillRandomBytes(std::span<uint8_t> out, bool ascii);
+// The process seed (InitRand's; 1 until then, as for an unseeded rand()). Every thread starts
+// its generator again from the new seed at its next use.
+void seedRandomBytes(uint32_t seed);
+// What the calling thread's generator was started from: srand() of it gives rand() the same
+// sequence.
+uint32_t threadRandomSeed();
 
 }  // namespace kxt
 

@@ -5,6 +5,7 @@
 // wrapped (ld --wrap=NAME sends every reference to __wrap_NAME) to the oldest version of the
 // same function. The link options in CMakeLists.txt choose the wraps each target needs; the
 // shipping policy check (scripts/elf_policy.py) names any import that slips past.
+#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -64,6 +65,37 @@ __attribute__((visibility("hidden"))) char* __wrap_dlerror(void) {
 }
 __attribute__((visibility("hidden"))) int __wrap_pthread_once(int* once, void (*run)(void)) {
     return kxt_floor_pthread_once(once, run);
+}
+
+// The read-write lock (std::shared_mutex in the host) moved into libc in 2.34 as well.
+KXT_AT_FLOOR(pthread_rwlock_rdlock, kxt_floor_rwlock_rdlock);
+KXT_AT_FLOOR(pthread_rwlock_wrlock, kxt_floor_rwlock_wrlock);
+KXT_AT_FLOOR(pthread_rwlock_unlock, kxt_floor_rwlock_unlock);
+int kxt_floor_rwlock_rdlock(pthread_rwlock_t*);
+int kxt_floor_rwlock_wrlock(pthread_rwlock_t*);
+int kxt_floor_rwlock_unlock(pthread_rwlock_t*);
+__attribute__((visibility("hidden"))) int __wrap_pthread_rwlock_rdlock(pthread_rwlock_t* l) {
+    return kxt_floor_rwlock_rdlock(l);
+}
+__attribute__((visibility("hidden"))) int __wrap_pthread_rwlock_wrlock(pthread_rwlock_t* l) {
+    return kxt_floor_rwlock_wrlock(l);
+}
+__attribute__((visibility("hidden"))) int __wrap_pthread_rwlock_unlock(pthread_rwlock_t* l) {
+    return kxt_floor_rwlock_unlock(l);
+}
+
+// So did the thread-specific keys (the host's per-thread slots, freed at thread exit).
+KXT_AT_FLOOR(pthread_key_create, kxt_floor_key_create);
+KXT_AT_FLOOR(pthread_setspecific, kxt_floor_setspecific);
+int kxt_floor_key_create(pthread_key_t*, void (*)(void*));
+int kxt_floor_setspecific(pthread_key_t, const void*);
+__attribute__((visibility("hidden"))) int __wrap_pthread_key_create(pthread_key_t* key,
+                                                                    void (*destroy)(void*)) {
+    return kxt_floor_key_create(key, destroy);
+}
+__attribute__((visibility("hidden"))) int __wrap_pthread_setspecific(pthread_key_t key,
+                                                                     const void* value) {
+    return kxt_floor_setspecific(key, value);
 }
 
 // fstat64 became a function of its own in 2.33; before, it was __fxstat64 with a layout version.
