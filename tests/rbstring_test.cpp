@@ -1,7 +1,6 @@
 // UTF-8 repair and validity scans, string extraction, ASCII tests and printable replacement over
 // plain buffers; the 16-byte paths against the byte loops of search_reference.h.
 #include "rbstring.h"
-#include "simd.h"
 
 #include <gtest/gtest.h>
 
@@ -10,6 +9,7 @@
 
 #include "KxtTest.h"
 #include "search_reference.h"
+#include "simd.h"
 
 using namespace std::string_literals;
 using namespace kxt_test;

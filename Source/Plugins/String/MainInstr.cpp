@@ -24,7 +24,8 @@ const uint8_t* bytesOf(std::string_view s) {
 }
 
 // A set given as runs of consecutive values: value v is in run r when (v - first) mod 256 is at
-// most width, which the block scan tests for 16 bytes with one subtract, one unsigned min and one compare.
+// most width, which the block scan tests for 16 bytes with one subtract, one unsigned min and one
+// compare.
 struct Run {
     uint8_t first;
     uint8_t width;

@@ -32,8 +32,8 @@ struct Copied {
 Copied copyUntilBreak(const char* p, const char* stop, char* w) {
     const V cr = S::splat8(kCR), lf = S::splat8(kLF);
     while (stop - p >= 16) {
-        const unsigned k = simd::copyBlockUntil(
-            p, w, [&](V v) { return S::or_(S::eq8(v, cr), S::eq8(v, lf)); });
+        const unsigned k =
+            simd::copyBlockUntil(p, w, [&](V v) { return S::or_(S::eq8(v, cr), S::eq8(v, lf)); });
         if (k < 16) return {p + k, w + k};
         p += 16;
         w += 16;
