@@ -1,6 +1,5 @@
 #include "Encodings.h"
 
-#include <emmintrin.h>
 #include <iconv.h>
 #include <sys/mman.h>
 
@@ -10,8 +9,13 @@
 #include <cstring>
 
 #include "XojoPluginABI.h"
+#include "simd.h"
 
 namespace xhost::encodings {
+
+// The plugin's block operations, so that the host builds wherever the plugin does.
+using S = kxt::simd::Native;
+
 namespace {
 
 #include "MacCodePages.inc"
@@ -533,8 +537,8 @@ bool walkUTF8(std::string_view b, Unit unit, Ascii16 ascii16) {
     size_t i = 0;
     while (i < n) {
         if (i + 16 <= n) {
-            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-            if (_mm_movemask_epi8(x) == 0) {
+            const S::V x = S::load(p + i);
+            if (!S::any(x)) {
                 ascii16(x);
                 i += 16;
                 continue;
@@ -577,11 +581,8 @@ std::optional<std::string> utf8ToUTF16LE(std::string_view b) {
                 put(c);
             }
         },
-        [&](__m128i x) {
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(w),
-                             _mm_unpacklo_epi8(x, _mm_setzero_si128()));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(w + 16),
-                             _mm_unpackhi_epi8(x, _mm_setzero_si128()));
+        [&](S::V x) {
+            kxt::simd::widenBlock(x, reinterpret_cast<uint16_t*>(w));
             w += 32;
         });
     if (!ok) return std::nullopt;
@@ -601,15 +602,9 @@ std::optional<std::string> utf8ToUTF32LE(std::string_view b) {
         w[3] = 0;
         w += 4;
     };
-    const bool ok = walkUTF8(b, put, [&](__m128i x) {
-        const __m128i zero = _mm_setzero_si128();
-        const __m128i lo = _mm_unpacklo_epi8(x, zero), hi = _mm_unpackhi_epi8(x, zero);
-        const __m128i parts[4] = {_mm_unpacklo_epi16(lo, zero), _mm_unpackhi_epi16(lo, zero),
-                                  _mm_unpacklo_epi16(hi, zero), _mm_unpackhi_epi16(hi, zero)};
-        for (const __m128i& part : parts) {
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(w), part);
-            w += 16;
-        }
+    const bool ok = walkUTF8(b, put, [&](S::V x) {
+        kxt::simd::widenBlock(x, reinterpret_cast<uint32_t*>(w));
+        w += 64;
     });
     if (!ok) return std::nullopt;
     out.resize(size_t(w - reinterpret_cast<unsigned char*>(out.data())));
@@ -652,10 +647,9 @@ std::optional<std::string> utf16LEToUTF8(std::string_view b) {
     while (i < units) {
         // Eight ASCII units at a time.
         if (i + 8 <= units) {
-            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 2 * i));
-            const __m128i high = _mm_and_si128(x, _mm_set1_epi16(short(0xFF80)));
-            if (_mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())) == 0xFFFF) {
-                _mm_storel_epi64(reinterpret_cast<__m128i*>(w), _mm_packus_epi16(x, x));
+            const S::V x = S::load(p + 2 * i);
+            if (S::all(S::eq16(S::and_(x, S::splat16(0xFF80)), S::zero()))) {
+                kxt::simd::narrowBlock(x, w);
                 w += 8;
                 i += 8;
                 continue;

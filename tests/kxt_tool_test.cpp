@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "KxtTest.h"
+
 namespace {
 
 struct ToolRun {
@@ -31,7 +33,7 @@ std::string slurp(const std::string& path) {
 ToolRun kxt(const std::vector<std::string>& args) {
     // ctest runs the tests of this file in parallel processes: one file per process.
     std::string errPath = testing::TempDir() + "kxt_tool_test." + std::to_string(getpid()) + ".err";
-    std::string cmd = quote(std::string(KXT_BINARY_DIR) + "/kxt");
+    std::string cmd = kxt_test::programCommand(quote(std::string(KXT_BINARY_DIR) + "/kxt"));
     for (const auto& a : args) cmd += " " + quote(a);
     cmd += " 2>" + quote(errPath);
     ToolRun r;

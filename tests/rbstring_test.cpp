@@ -13,6 +13,7 @@
 
 #include "KxtTest.h"
 #include "search_reference.h"
+#include "simd.h"
 
 using namespace std::string_literals;
 using namespace kxt_test;
@@ -183,14 +184,17 @@ TEST(FastPathsAgreeWithByteLoops, OneFlawInValidText) {
     }
 }
 
-// Each vector kernel on its own (the dispatcher uses only the best one here), on valid text of
+// Each kernel on its own (the dispatcher uses only the best one here), the plain twin included,
+// on valid text of
 // lengths around its steps (up to several early-exit checks) and with one flaw anywhere: it
 // must accept exactly the well-formed buffers.
 TEST(FastPathsAgreeWithByteLoops, EveryUTF8KernelAcceptsExactlyWellFormedText) {
     std::mt19937_64 rng(1618);
     const std::string edges = ref::adversarialBytes(rng, 4096);
-    for (kxt::UTF8Kernel kernel : {kxt::UTF8Kernel::SSSE3, kxt::UTF8Kernel::AVX2}) {
-        if (!kxt::kernelAvailable(kernel)) continue;
+    using kxt::simd::UTF8Kernel;
+    for (UTF8Kernel kernel :
+         {UTF8Kernel::Plain, UTF8Kernel::SSSE3, UTF8Kernel::AVX2, UTF8Kernel::Neon}) {
+        if (!kxt::simd::kernelAvailable(kernel)) continue;
         for (int iteration = 0; iteration < 20000; ++iteration) {
             // Some texts all ASCII for a while (the 64-byte skip), with the flaw after it.
             std::string s = iteration % 8 == 0 ? std::string(rng() % 200, 'x') : std::string();
@@ -203,7 +207,9 @@ TEST(FastPathsAgreeWithByteLoops, EveryUTF8KernelAcceptsExactlyWellFormedText) {
                 }
             }
             const bool wellFormed = ref::wellFormedPrefix(s) == s.size();
-            ASSERT_EQ(kxt::wholeBufferWellFormed(s, kernel), wellFormed)
+            ASSERT_EQ(kxt::simd::wellFormedUTF8(reinterpret_cast<const uint8_t*>(s.data()),
+                                                s.size(), kernel),
+                      wellFormed)
                 << "kernel " << int(kernel) << " " << testing::PrintToString(s);
         }
     }

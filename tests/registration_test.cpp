@@ -340,7 +340,7 @@ TEST(PluginFile, StartedAsAProgramPrintsTheBanner) {
 #ifdef KXT_SANITIZED
     GTEST_SKIP() << "the sanitizer runtime is not there when the plugin runs on its own";
 #endif
-    FILE* p = popen(KXT_PLUGIN_PATH, "r");
+    FILE* p = popen(programCommand(KXT_PLUGIN_PATH).c_str(), "r");
     ASSERT_NE(p, nullptr);
     char buffer[128] = {0};
     size_t n = fread(buffer, 1, sizeof buffer, p);

@@ -437,8 +437,8 @@ namespace {
 
 // The kxt tool's rtf command, run as a program.
 TEST(RTFTool, PrintsRunsParagraphsAndTheRTFReadBack) {
-    std::string command =
-        std::string(KXT_BINARY_DIR) + "/kxt rtf --roundtrip " + KXT_TEST_DATA + "/rtf/small.rtf";
+    std::string command = programCommand(std::string(KXT_BINARY_DIR) + "/kxt rtf --roundtrip " +
+                                         KXT_TEST_DATA + "/rtf/small.rtf");
     FILE* pipe = popen(command.c_str(), "r");
     ASSERT_NE(pipe, nullptr);
     std::string out;

@@ -1,7 +1,5 @@
 #include "rbText.h"
 
-#include <emmintrin.h>
-
 #include <cstring>
 
 #include "MyMemory.h"
@@ -9,8 +7,12 @@
 #include "rbData.h"
 #include "rbDebug.h"
 #include "rbUtil.h"
+#include "simd.h"
 
 namespace {
+
+using S = kxt::simd::Native;
+using V = S::V;
 
 constexpr uint32_t kGuard = 0x4B585431;  // "KXT1"
 
@@ -27,21 +29,6 @@ template <typename Unit>
 Unit byteSwapped(Unit u) {
     if constexpr (sizeof(Unit) == 2) return static_cast<Unit>(__builtin_bswap16(u));
     return static_cast<Unit>(__builtin_bswap32(u));
-}
-
-// Sixteen bytes below 0x80 as sixteen 16- or 32-bit units.
-void widen16(__m128i x, uint16_t* out) {
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(x, _mm_setzero_si128()));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8),
-                     _mm_unpackhi_epi8(x, _mm_setzero_si128()));
-}
-void widen16(__m128i x, uint32_t* out) {
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i lo = _mm_unpacklo_epi8(x, zero), hi = _mm_unpackhi_epi8(x, zero);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi16(lo, zero));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4), _mm_unpackhi_epi16(lo, zero));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpacklo_epi16(hi, zero));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 12), _mm_unpackhi_epi16(hi, zero));
 }
 
 // Every unit and the terminating zero are written, so the buffer is not cleared first.
@@ -309,12 +296,12 @@ void rbText::decodeUTF8(bool toUTF32) {
     while (i < n) {
         // Runs of ASCII sixteen bytes a step.
         if (i + 16 <= n) {
-            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
-            if (_mm_movemask_epi8(x) == 0) {
+            const S::V x = S::load(in + i);
+            if (!S::any(x)) {
                 if (toUTF32) {
-                    widen16(x, out32 + written);
+                    kxt::simd::widenBlock(x, out32 + written);
                 } else {
-                    widen16(x, out16 + written);
+                    kxt::simd::widenBlock(x, out16 + written);
                 }
                 written += 16;
                 i += 16;

@@ -20,6 +20,13 @@ namespace kxt_test {
 using xhost::CallResult;
 using xhost::Value;
 
+// The shell command that starts a program of this build: through the emulator (qemu-user)
+// when the build is for another processor.
+inline std::string programCommand(const std::string& command) {
+    const std::string emulator = KXT_EMULATOR;
+    return emulator.empty() ? command : emulator + " " + command;
+}
+
 inline Value S(std::string_view utf8) {
     return Value::string(utf8, kREALTextEncodingUTF8);
 }

@@ -1,7 +1,5 @@
 #include "Hexencoding.h"
 
-#include <emmintrin.h>
-
 #include "MyMemory.h"
 #include "REALplugin.h"
 #include "URLencoding.h"
@@ -10,10 +8,14 @@
 #include "rbDebug.h"
 #include "rbText.h"
 #include "rbUtil.h"
+#include "simd.h"
 
 namespace kxt {
 
 namespace {
+
+using S = simd::Native;
+using V = S::V;
 
 constexpr const char* kHexDigits = "0123456789ABCDEF";
 
@@ -60,20 +62,18 @@ RawBytes encodeHex(std::string_view bytes) {
     size_t i = 0;
     // 16 bytes to 32 digits a step: split the nibbles, interleave high and low, and turn each
     // into "0".."9" or "A".."F" (7 more past 9).
-    const __m128i lowMask = _mm_set1_epi8(0x0F), nine = _mm_set1_epi8(9);
-    const __m128i zero = _mm_set1_epi8('0'), letterGap = _mm_set1_epi8('A' - '0' - 10);
-    auto digits = [&](__m128i nibbles) {
-        const __m128i letters = _mm_and_si128(_mm_cmpgt_epi8(nibbles, nine), letterGap);
-        return _mm_add_epi8(_mm_add_epi8(nibbles, zero), letters);
+    const V lowMask = S::splat8(0x0F), nine = S::splat8(9);
+    const V zero = S::splat8('0'), letterGap = S::splat8('A' - '0' - 10);
+    auto digits = [&](V nibbles) {
+        const V letters = S::and_(S::gt8(nibbles, nine), letterGap);
+        return S::add8(S::add8(nibbles, zero), letters);
     };
     for (; i + 16 <= n; i += 16) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        const __m128i high = _mm_and_si128(_mm_srli_epi16(x, 4), lowMask);
-        const __m128i low = _mm_and_si128(x, lowMask);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(w + 2 * i),
-                         digits(_mm_unpacklo_epi8(high, low)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(w + 2 * i + 16),
-                         digits(_mm_unpackhi_epi8(high, low)));
+        const V x = S::load(p + i);
+        const V high = S::and_(S::shr16<4>(x), lowMask);
+        const V low = S::and_(x, lowMask);
+        S::store(w + 2 * i, digits(S::zipLow8(high, low)));
+        S::store(w + 2 * i + 16, digits(S::zipHigh8(high, low)));
     }
     for (; i < n; ++i) {
         w[2 * i] = kHexDigits[p[i] >> 4];
@@ -85,24 +85,22 @@ RawBytes encodeHex(std::string_view bytes) {
 namespace {
 
 // The value of each hex digit in x (either case), 0 for any other byte, as hex2int reads them.
-__m128i hexValues(__m128i x) {
+V hexValues(V x) {
     auto between = [&](char first, char last) {
-        return _mm_and_si128(_mm_cmpgt_epi8(x, _mm_set1_epi8(char(first - 1))),
-                             _mm_cmplt_epi8(x, _mm_set1_epi8(char(last + 1))));
+        return S::and_(S::gt8(x, S::splat8(uint8_t(first - 1))),
+                       S::lt8(x, S::splat8(uint8_t(last + 1))));
     };
-    const __m128i digit = _mm_and_si128(between('0', '9'), _mm_sub_epi8(x, _mm_set1_epi8('0')));
-    const __m128i upper =
-        _mm_and_si128(between('A', 'F'), _mm_sub_epi8(x, _mm_set1_epi8('A' - 10)));
-    const __m128i lower =
-        _mm_and_si128(between('a', 'f'), _mm_sub_epi8(x, _mm_set1_epi8('a' - 10)));
-    return _mm_or_si128(digit, _mm_or_si128(upper, lower));
+    const V digit = S::and_(between('0', '9'), S::sub8(x, S::splat8('0')));
+    const V upper = S::and_(between('A', 'F'), S::sub8(x, S::splat8('A' - 10)));
+    const V lower = S::and_(between('a', 'f'), S::sub8(x, S::splat8('a' - 10)));
+    return S::or_(digit, S::or_(upper, lower));
 }
 
 // 16 digits to 8 bytes in the low half of 16-bit lanes: high digit * 16 + low digit.
-__m128i pairsToBytes(__m128i values) {
-    const __m128i high = _mm_and_si128(values, _mm_set1_epi16(0x00FF));
-    const __m128i low = _mm_srli_epi16(values, 8);
-    return _mm_or_si128(_mm_slli_epi16(high, 4), low);
+V pairsToBytes(V values) {
+    const V high = S::and_(values, S::splat16(0x00FF));
+    const V low = S::shr16<8>(values);
+    return S::or_(S::shl16<4>(high), low);
 }
 
 }  // namespace
@@ -114,13 +112,12 @@ RawBytes decodeHex(std::string_view text, bool* ascii) {
     char* w = out.data();
     const size_t n = out.size();
     size_t i = 0;
-    __m128i read = _mm_setzero_si128();  // every input byte ORed, for the ASCII answer
+    V read = S::zero();  // every input byte ORed, for the ASCII answer
     for (; i + 16 <= n; i += 16) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 2 * i));
-        const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 2 * i + 16));
-        read = _mm_or_si128(read, _mm_or_si128(x, y));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(w + i),
-                         _mm_packus_epi16(pairsToBytes(hexValues(x)), pairsToBytes(hexValues(y))));
+        const V x = S::load(p + 2 * i);
+        const V y = S::load(p + 2 * i + 16);
+        read = S::or_(read, S::or_(x, y));
+        S::store(w + i, S::packSat16(pairsToBytes(hexValues(x)), pairsToBytes(hexValues(y))));
     }
     uint8_t rest = 0;
     for (; i < n; ++i) {
@@ -131,7 +128,7 @@ RawBytes decodeHex(std::string_view text, bool* ascii) {
     }
     if (text.size() % 2 != 0)
         rest |= p[text.size() - 1];  // read by nobody, asked about all the same
-    if (ascii != nullptr) *ascii = _mm_movemask_epi8(read) == 0 && (rest & 0x80) == 0;
+    if (ascii != nullptr) *ascii = !S::any(read) && (rest & 0x80) == 0;
     return out;
 }
 

@@ -1,7 +1,5 @@
 #include "ISOencoding.h"
 
-#include <emmintrin.h>
-
 #include <cstring>
 #include <optional>
 
@@ -13,6 +11,7 @@
 #include "rbText.h"
 #include "rbUtil.h"
 #include "rbstring.h"
+#include "simd.h"
 
 namespace kxt {
 
@@ -35,6 +34,9 @@ constexpr CodePageTable CP1252Table = [] {
 }();
 
 namespace {
+
+using S = simd::Native;
+using V = S::V;
 
 using ReverseTable = std::array<int16_t, 65536>;
 
@@ -100,14 +102,11 @@ std::string encodeCodePage(std::span<const uint16_t> units, const CodePage& page
     // become eight bytes at once; other steps go unit by unit through the reverse table (a unit
     // it lacks writes nothing).
     for (; i + 8 <= n; i += 8) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(u + i));
-        const __m128i above = _mm_and_si128(x, _mm_set1_epi16(short(0xFF00)));
-        const __m128i in80to9F =
-            _mm_cmpeq_epi16(_mm_and_si128(x, _mm_set1_epi16(0xFFE0)), _mm_set1_epi16(0x80));
-        if (_mm_movemask_epi8(_mm_or_si128(
-                _mm_cmpeq_epi16(_mm_cmpeq_epi16(above, _mm_setzero_si128()), _mm_setzero_si128()),
-                in80to9F)) == 0) {
-            _mm_storel_epi64(reinterpret_cast<__m128i*>(w), _mm_packus_epi16(x, x));
+        const V x = S::load(u + i);
+        const V below100 = S::eq16(S::and_(x, S::splat16(0xFF00)), S::zero());
+        const V in80to9F = S::eq16(S::and_(x, S::splat16(0xFFE0)), S::splat16(0x80));
+        if (S::all(S::andNot(in80to9F, below100))) {
+            simd::narrowBlock(x, w);
             w += 8;
             continue;
         }
@@ -137,10 +136,7 @@ std::optional<size_t> encodeCodePageUTF8(std::string_view utf8, const CodePage& 
     while (i < n) {
         // ASCII is its own byte in both pages: sixteen at once, up to the first other byte.
         if (i + 16 <= n) {
-            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(w), x);
-            const int other = _mm_movemask_epi8(x);
-            const size_t plain = other == 0 ? 16 : size_t(__builtin_ctz(unsigned(other)));
+            const size_t plain = simd::copyBlockUntil(p + i, w, [](V x) { return x; });
             i += plain;
             w += plain;
             units += plain;
@@ -188,14 +184,9 @@ std::vector<uint16_t> decodeCodePage(std::string_view bytes, const CodePage& pag
     // 16 bytes outside 80..9F widen at once (both pages map them to themselves); steps with
     // others go through the table.
     for (; i + 16 <= n; i += 16) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        const __m128i in80to9F =
-            _mm_cmpeq_epi8(_mm_and_si128(x, _mm_set1_epi8(char(0xE0))), _mm_set1_epi8(char(0x80)));
-        if (_mm_movemask_epi8(in80to9F) == 0) {
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(w + i),
-                             _mm_unpacklo_epi8(x, _mm_setzero_si128()));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(w + i + 8),
-                             _mm_unpackhi_epi8(x, _mm_setzero_si128()));
+        const V x = S::load(p + i);
+        if (!S::any(S::eq8(S::and_(x, S::splat8(0xE0)), S::splat8(0x80)))) {
+            simd::widenBlock(x, w + i);
             continue;
         }
         for (size_t k = i; k < i + 16; ++k) w[k] = page.table[p[k]];
@@ -218,18 +209,10 @@ size_t decodeCodePageUTF8(std::string_view bytes, const CodePage& page, char* ou
         w += v >> 24;
     };
     while (i + 16 <= n) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(w), x);
-        const int high = _mm_movemask_epi8(x);
-        if (high == 0) {
-            i += 16;
-            w += 16;
-            continue;
-        }
-        const int ascii = __builtin_ctz(unsigned(high));
-        i += size_t(ascii);
+        const unsigned ascii = simd::copyBlockUntil(p + i, w, [](V x) { return x; });
+        i += ascii;
         w += ascii;
-        one(p[i++]);
+        if (ascii < 16) one(p[i++]);
     }
     for (; i < n; ++i) one(p[i]);
     return size_t(w - out);

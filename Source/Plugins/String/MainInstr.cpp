@@ -1,7 +1,5 @@
 #include "MainInstr.h"
 
-#include <emmintrin.h>
-
 #include <algorithm>
 #include <cstring>
 #include <string>
@@ -12,17 +10,22 @@
 #include "rbDebug.h"
 #include "rbException.h"
 #include "rbText.h"
+#include "simd.h"
 
 namespace kxt {
 
 namespace {
+
+using S = simd::Native;
+using V = S::V;
 
 const uint8_t* bytesOf(std::string_view s) {
     return reinterpret_cast<const uint8_t*>(s.data());
 }
 
 // A set given as runs of consecutive values: value v is in run r when (v - first) mod 256 is at
-// most width, which SSE2 tests for 16 bytes with one subtract, one unsigned min and one compare.
+// most width, which the block scan tests for 16 bytes with one subtract, one unsigned min and one
+// compare.
 struct Run {
     uint8_t first;
     uint8_t width;
@@ -46,20 +49,20 @@ int runsOf(const ByteSet& set, Run (&runs)[kMaxVectorRuns]) {
 }
 
 int64_t firstInRuns(const uint8_t* p, size_t n, const Run* runs, int runCount) {
-    __m128i first[kMaxVectorRuns], width[kMaxVectorRuns];
+    V first[kMaxVectorRuns], width[kMaxVectorRuns];
     for (int r = 0; r < runCount; ++r) {
-        first[r] = _mm_set1_epi8(char(runs[r].first));
-        width[r] = _mm_set1_epi8(char(runs[r].width));
+        first[r] = S::splat8(runs[r].first);
+        width[r] = S::splat8(runs[r].width);
     }
     size_t i = 0;
     for (; i + 16 <= n; i += 16) {
-        __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        __m128i hit = _mm_setzero_si128();
+        const V x = S::load(p + i);
+        V hit = S::zero();
         for (int r = 0; r < runCount; ++r) {
-            __m128i offset = _mm_sub_epi8(x, first[r]);
-            hit = _mm_or_si128(hit, _mm_cmpeq_epi8(_mm_min_epu8(offset, width[r]), offset));
+            const V offset = S::sub8(x, first[r]);
+            hit = S::or_(hit, S::eq8(S::min8(offset, width[r]), offset));
         }
-        if (int mask = _mm_movemask_epi8(hit)) return int64_t(i) + __builtin_ctz(mask) + 1;
+        if (const unsigned k = S::first(hit); k < 16) return int64_t(i + k) + 1;
     }
     for (; i < n; ++i) {
         for (int r = 0; r < runCount; ++r) {
@@ -71,18 +74,14 @@ int64_t firstInRuns(const uint8_t* p, size_t n, const Run* runs, int runCount) {
 
 // Bytes equal to c, 16 at a time; the per-lane counters are summed before they can wrap.
 int64_t countByte(const uint8_t* p, size_t n, uint8_t c) {
-    const __m128i needle = _mm_set1_epi8(char(c));
+    const V needle = S::splat8(c);
     int64_t count = 0;
     size_t i = 0;
     while (i + 16 <= n) {
-        __m128i lanes = _mm_setzero_si128();
+        V lanes = S::zero();
         size_t blockEnd = std::min(n - n % 16, i + 255 * 16);
-        for (; i < blockEnd; i += 16) {
-            __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-            lanes = _mm_sub_epi8(lanes, _mm_cmpeq_epi8(x, needle));
-        }
-        __m128i sums = _mm_sad_epu8(lanes, _mm_setzero_si128());
-        count += _mm_cvtsi128_si64(sums) + _mm_cvtsi128_si64(_mm_unpackhi_epi64(sums, sums));
+        for (; i < blockEnd; i += 16) lanes = S::sub8(lanes, S::eq8(S::load(p + i), needle));
+        count += S::sum8(lanes);
     }
     for (; i < n; ++i) count += p[i] == c;
     return count;
@@ -174,25 +173,21 @@ namespace {
 size_t countFiltered(std::string_view s, std::string_view find, int64_t& count) {
     const size_t n = s.size(), m = find.size();
     const char* text = s.data();
-    const __m128i first = _mm_set1_epi8(find[0]), last = _mm_set1_epi8(find[m - 1]);
+    const V first = S::splat8(uint8_t(find[0])), last = S::splat8(uint8_t(find[m - 1]));
     // With three bytes or more the second is tested too: in text, first-and-last pairs of
     // short words are common, first, second and last far less.
-    const __m128i second = _mm_set1_epi8(find[m >= 3 ? 1 : 0]);
+    const V second = S::splat8(uint8_t(find[m >= 3 ? 1 : 0]));
     const size_t checked = m >= 3 ? 2 : 1;  // bytes the filter has compared at the start
     size_t next = 0;                        // the end of the last match: no match starts before it
     int64_t budget = int64_t(2 * n) + 65536;
     size_t i = 0;
     for (; i + m - 1 + 16 <= n; i += 16) {
-        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
-        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i + m - 1));
-        __m128i hits = _mm_and_si128(_mm_cmpeq_epi8(a, first), _mm_cmpeq_epi8(b, last));
-        if (m >= 3) {
-            const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i + 1));
-            hits = _mm_and_si128(hits, _mm_cmpeq_epi8(c, second));
-        }
-        unsigned candidates = unsigned(_mm_movemask_epi8(hits));
+        V hits = S::and_(S::eq8(S::load(text + i), first), S::eq8(S::load(text + i + m - 1), last));
+        if (m >= 3) hits = S::and_(hits, S::eq8(S::load(text + i + 1), second));
+        if (!S::any(hits)) continue;
+        uint32_t candidates = S::bits(hits);
         while (candidates != 0) {
-            const size_t p = i + size_t(__builtin_ctz(candidates));
+            const size_t p = i + simd::lowestBit(candidates);
             candidates &= candidates - 1;
             if (p < next) continue;
             if (m <= checked + 1 ||

@@ -1,8 +1,5 @@
 #include "MainStringCompose.h"
 
-#include <emmintrin.h>
-#include <tmmintrin.h>
-
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -19,6 +16,7 @@
 #include "rbText.h"
 #include "rbUtil.h"
 #include "rbstring.h"
+#include "simd.h"
 
 namespace {
 
@@ -159,14 +157,11 @@ const std::vector<uint16_t>& decompositionIndex() {
     return index;
 }
 
-__m128i load8(const uint16_t* p) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-}
+using S = kxt::simd::Native;
 
 // True when all eight units are at most `limit`.
-bool allAtMost(__m128i units, __m128i limit) {
-    return _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_subs_epu16(units, limit), _mm_setzero_si128())) ==
-           0xFFFF;
+bool allAtMost(S::V units, S::V limit) {
+    return S::all(S::eq16(S::subSat16(units, limit), S::zero()));
 }
 
 // A result vector of n units whose memory is asked for huge pages before it is first written.
@@ -217,11 +212,11 @@ std::vector<uint16_t> decomposeUTF16(std::span<const uint16_t> text) {
     const uint16_t* in = text.data();
     const size_t n = text.size();
     // Units below the first composed one are copied; eight of them at a time.
-    const __m128i copied = _mm_set1_epi16(short(kFirstComposed - 1));
+    const S::V copied = S::splat16(uint16_t(kFirstComposed - 1));
     // First the exact size, then one pass that writes it.
     size_t size = n;
     for (size_t i = 0; i < n; ++i) {
-        if (i + 8 <= n && allAtMost(load8(in + i), copied)) {
+        if (i + 8 <= n && allAtMost(S::load(in + i), copied)) {
             i += 7;
             continue;
         }
@@ -232,9 +227,9 @@ std::vector<uint16_t> decomposeUTF16(std::span<const uint16_t> text) {
     size_t i = 0;
     while (i < n) {
         if (i + 8 <= n) {
-            const __m128i x = load8(in + i);
+            const S::V x = S::load(in + i);
             if (allAtMost(x, copied)) {
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(w), x);
+                S::store(w, x);
                 w += 8;
                 i += 8;
                 continue;
@@ -264,12 +259,12 @@ std::vector<uint16_t> composeUTF16(std::span<const uint16_t> text) {
     uint16_t* w = out.data();
     // A composition starts at a unit only when the unit after it is a second part, so eight
     // units whose successors are all below the smallest second part are copied at once.
-    const __m128i noSecondPart = _mm_set1_epi16(short(smallestSecondPart - 1));
+    const S::V noSecondPart = S::splat16(uint16_t(smallestSecondPart - 1));
     size_t i = 0;
     while (i < n) {
         if (!log && smallestSecondPart > 0 && i + 9 <= n &&
-            allAtMost(load8(in + i + 1), noSecondPart)) {
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(w), load8(in + i));
+            allAtMost(S::load(in + i + 1), noSecondPart)) {
+            S::store(w, S::load(in + i));
             w += 8;
             i += 8;
             continue;
@@ -351,18 +346,6 @@ char* putParts(char* w, const DecompositionEntry& e) {
     return w;
 }
 
-// Position of the first byte at or after i that is at least `floor`, or n.
-size_t firstByteFrom(const uint8_t* p, size_t i, size_t n, uint8_t floor) {
-    const __m128i limit = _mm_set1_epi8(char(floor));
-    for (; i + 16 <= n; i += 16) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        const int hits = _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_max_epu8(x, limit), x));
-        if (hits != 0) return i + size_t(__builtin_ctz(unsigned(hits)));
-    }
-    while (i < n && p[i] < floor) ++i;
-    return i;
-}
-
 // Lead bytes of U+0300 and above: no code point below can be a second part, U+FEFF or U+FFFE,
 // or take four bytes.
 constexpr uint8_t kSpecialLead = 0xCC;
@@ -373,36 +356,8 @@ bool isSpecialLead(const uint8_t* leadLow, uint8_t b) {
 
 // Position of the first byte at or after i in the lead set, or n: the text in between is
 // Latin, Greek, Cyrillic, CJK, Hangul syllables and the like, none of it a second part.
-__attribute__((target("ssse3"))) size_t firstSpecialLeadSSSE3(const uint8_t* leadLow,
-                                                              const uint8_t* p, size_t i,
-                                                              size_t n) {
-    const __m128i lowTable = _mm_load_si128(reinterpret_cast<const __m128i*>(leadLow));
-    // Bit h - 0xC for high nibbles 0xC..0xF, nothing for the others.
-    const __m128i highTable = _mm_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 2, 4, 8);
-    const __m128i nibble = _mm_set1_epi8(0x0F);
-    const __m128i belowSet = _mm_set1_epi8(char(kSpecialLead - 1));
-    for (; i + 16 <= n; i += 16) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        // Most text has no byte of 0xCC or above at all: one compare settles it.
-        if (_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_max_epu8(x, belowSet), belowSet)) == 0xFFFF) {
-            continue;
-        }
-        const __m128i low = _mm_shuffle_epi8(lowTable, _mm_and_si128(x, nibble));
-        const __m128i high =
-            _mm_shuffle_epi8(highTable, _mm_and_si128(_mm_srli_epi16(x, 4), nibble));
-        const __m128i none = _mm_cmpeq_epi8(_mm_and_si128(low, high), _mm_setzero_si128());
-        const int hits = _mm_movemask_epi8(none) ^ 0xFFFF;
-        if (hits != 0) return i + size_t(__builtin_ctz(unsigned(hits)));
-    }
-    while (i < n && !isSpecialLead(leadLow, p[i])) ++i;
-    return i;
-}
-
 size_t firstSpecialLead(const uint8_t* leadLow, const uint8_t* p, size_t i, size_t n) {
-    static const bool kHaveSSSE3 = __builtin_cpu_supports("ssse3");
-    if (kHaveSSSE3) return firstSpecialLeadSSSE3(leadLow, p, i, n);
-    // Without it, every lead of U+0300 and above (a superset) stops the scan.
-    return firstByteFrom(p, i, n, kSpecialLead);
+    return simd::firstInLeadClass(p, i, n, leadLow, kSpecialLead);
 }
 
 }  // namespace
@@ -417,9 +372,8 @@ size_t decomposeUTF8(std::string_view text, char* out) {
         // Bytes below 0xC3 lead or continue code points below U+00C0, which have no entry:
         // copied as they come, sixteen a step (the store runs ahead into the room's slack).
         if (i + 16 <= n) {
-            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(w), x);
-            const size_t plain = firstByteFrom(p, i, i + 16, 0xC3) - i;
+            S::store(w, S::load(p + i));
+            const size_t plain = simd::firstByteFrom(p, i, i + 16, 0xC3) - i;
             i += plain;
             w += plain;
             if (plain == 16) continue;

@@ -4,20 +4,20 @@
 #include <cstring>
 #include <new>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include "MyMemory.h"
 #include "REALplugin.h"
 #include "rbData.h"
 #include "rbException.h"
 #include "rbText.h"
 #include "rbUtil.h"
+#include "simd.h"
 
 namespace kxt {
 
 namespace {
+
+using S = simd::Native;
+using V = S::V;
 
 constexpr char kCR = 13, kLF = 10;
 
@@ -30,21 +30,14 @@ struct Copied {
 };
 
 Copied copyUntilBreak(const char* p, const char* stop, char* w) {
-#if defined(__SSE2__)
-    const __m128i cr = _mm_set1_epi8(kCR), lf = _mm_set1_epi8(kLF);
+    const V cr = S::splat8(kCR), lf = S::splat8(kLF);
     while (stop - p >= 16) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(w), v);
-        const int hits =
-            _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, cr), _mm_cmpeq_epi8(v, lf)));
-        if (hits) {
-            const int k = __builtin_ctz(unsigned(hits));
-            return {p + k, w + k};
-        }
+        const unsigned k =
+            simd::copyBlockUntil(p, w, [&](V v) { return S::or_(S::eq8(v, cr), S::eq8(v, lf)); });
+        if (k < 16) return {p + k, w + k};
         p += 16;
         w += 16;
     }
-#endif
     while (p < stop && *p != kCR && *p != kLF) *w++ = *p++;
     return {p, w};
 }
@@ -56,22 +49,16 @@ Copied copyUntilBreak(const char* p, const char* stop, char* w) {
 // (the byte after a `kept` is looked at).
 Copied copyUntilChange(const char* p, const char* stop, const char* end, char kept, char* w) {
     const char other = kept == kCR ? kLF : kCR;
-#if defined(__SSE2__)
-    const __m128i keptV = _mm_set1_epi8(kept), otherV = _mm_set1_epi8(other);
+    const V keptV = S::splat8(uint8_t(kept)), otherV = S::splat8(uint8_t(other));
     while (stop - p >= 16 && end - p >= 17) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        const __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 1));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(w), v);
-        const __m128i pair = _mm_and_si128(_mm_cmpeq_epi8(v, keptV), _mm_cmpeq_epi8(next, otherV));
-        const int hits = _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, otherV), pair));
-        if (hits) {
-            const int k = __builtin_ctz(unsigned(hits));
-            return {p + k, w + k};
-        }
+        const V next = S::load(p + 1);
+        const unsigned k = simd::copyBlockUntil(p, w, [&](V v) {
+            return S::or_(S::eq8(v, otherV), S::and_(S::eq8(v, keptV), S::eq8(next, otherV)));
+        });
+        if (k < 16) return {p + k, w + k};
         p += 16;
         w += 16;
     }
-#endif
     while (p < stop && *p != other && !(*p == kept && end - p >= 2 && p[1] == other)) {
         *w++ = *p++;
     }

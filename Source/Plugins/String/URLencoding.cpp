@@ -1,7 +1,5 @@
 #include "URLencoding.h"
 
-#include <emmintrin.h>
-
 #include <array>
 #include <cstring>
 
@@ -9,6 +7,7 @@
 #include "rbData.h"
 #include "rbException.h"
 #include "rbUtil.h"
+#include "simd.h"
 
 namespace {
 
@@ -84,6 +83,9 @@ RawBytes encodeURL(std::string_view bytes, RBInteger options) {
 
 namespace {
 
+using S = simd::Native;
+using V = S::V;
+
 // Hex digit values for decoding: digits of either case, 0 for anything else (as hex2int).
 constexpr std::array<uint8_t, 256> kHexValue = [] {
     std::array<uint8_t, 256> t{};
@@ -105,8 +107,8 @@ RawBytes decodeURL(std::string_view bytes, RBInteger options, bool* ascii) {
     const auto* in = reinterpret_cast<const unsigned char*>(bytes.data());
     char* w = out.data();
     size_t i = 0;
-    const __m128i percent = _mm_set1_epi8('%');
-    const __m128i plus = _mm_set1_epi8(plusAsSpace ? '+' : '%');
+    const V percent = S::splat8('%');
+    const V plus = S::splat8(plusAsSpace ? '+' : '%');
     while (i < n) {
         const unsigned char b = in[i];
         if (b == '%') {
@@ -127,13 +129,11 @@ RawBytes decodeURL(std::string_view bytes, RBInteger options, bool* ascii) {
         // From a plain byte on, sixteen bytes at a time up to the next escape (or plus read as
         // a space). The output never runs ahead of the input, so the whole block can be stored.
         if (i + 16 <= n) {
-            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(w), x);
-            const unsigned special = unsigned(_mm_movemask_epi8(
-                _mm_or_si128(_mm_cmpeq_epi8(x, percent), _mm_cmpeq_epi8(x, plus))));
-            const size_t plain = special == 0 ? 16 : size_t(__builtin_ctz(special));
-            // Sign bits of the bytes that count as written.
-            high |= (unsigned(_mm_movemask_epi8(x)) & ((2u << (plain - 1)) - 1)) != 0 ? 0x80 : 0;
+            const V x = S::load(in + i);
+            S::store(w, x);
+            const size_t plain = S::first(S::or_(S::eq8(x, percent), S::eq8(x, plus)));
+            // A byte above 0x7F among those that count as written.
+            high |= S::first(x) < plain ? 0x80 : 0;
             w += plain;
             i += plain;
             continue;

@@ -19,13 +19,6 @@ size_t wellFormedSequenceLength(std::string_view bytes);
 // Length of the longest prefix of bytes that the repair scan would copy unchanged.
 size_t wellFormedPrefixLength(std::string_view bytes);
 
-// The whole-buffer validators behind it, one per instruction set (the best one available is
-// used): true only when every byte belongs to a well-formed sequence; false also when the
-// processor lacks the instructions.
-enum class UTF8Kernel { SSSE3, AVX2 };
-bool wholeBufferWellFormed(std::string_view bytes, UTF8Kernel kernel);
-bool kernelAvailable(UTF8Kernel kernel);
-
 // The repair scan: appends data to output with every byte that does not start a well-formed
 // sequence replaced by placeholder (one placeholder per bad byte; scanning resumes at the next
 // byte). Bytes below 0x80, control bytes included, are kept.

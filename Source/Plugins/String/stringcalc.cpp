@@ -1,6 +1,5 @@
 #include "stringcalc.h"
 
-#include <emmintrin.h>
 #include <pthread.h>
 
 #include <algorithm>
@@ -15,25 +14,29 @@
 #include "rbDebug.h"
 #include "rbException.h"
 #include "rbUtil.h"
+#include "simd.h"
 
 namespace kxt {
 
 namespace {
+
+using S = simd::Native;
+using V = S::V;
 
 const uint8_t* bytesOf(std::string_view s) {
     return reinterpret_cast<const uint8_t*>(s.data());
 }
 
 struct AndOp {
-    static __m128i apply(__m128i a, __m128i b) { return _mm_and_si128(a, b); }
+    static V apply(V a, V b) { return S::and_(a, b); }
     static uint8_t apply(uint8_t a, uint8_t b) { return a & b; }
 };
 struct OrOp {
-    static __m128i apply(__m128i a, __m128i b) { return _mm_or_si128(a, b); }
+    static V apply(V a, V b) { return S::or_(a, b); }
     static uint8_t apply(uint8_t a, uint8_t b) { return a | b; }
 };
 struct XorOp {
-    static __m128i apply(__m128i a, __m128i b) { return _mm_xor_si128(a, b); }
+    static V apply(V a, V b) { return S::xor_(a, b); }
     static uint8_t apply(uint8_t a, uint8_t b) { return a ^ b; }
 };
 
@@ -43,24 +46,21 @@ struct XorOp {
 // third of the whole call.
 template <typename Op, bool kIndexed>
 uint8_t combine(const uint8_t* a, const uint8_t* m, size_t n, uint8_t* out, size_t index0) {
-    __m128i index =
-        _mm_add_epi8(_mm_set1_epi8(char(index0)),
-                     _mm_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15));
-    const __m128i step = _mm_set1_epi8(16);
-    __m128i written = _mm_setzero_si128();
+    static constexpr uint8_t kLanes[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+    V index = S::add8(S::splat8(uint8_t(index0)), S::load(kLanes));
+    const V step = S::splat8(16);
+    V written = S::zero();
     size_t j = 0;
     for (; j + 16 <= n; j += 16) {
-        __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + j));
-        __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(m + j));
-        __m128i r = Op::apply(x, y);
+        V r = Op::apply(S::load(a + j), S::load(m + j));
         if constexpr (kIndexed) {
-            r = _mm_xor_si128(r, index);
-            index = _mm_add_epi8(index, step);
+            r = S::xor_(r, index);
+            index = S::add8(index, step);
         }
-        written = _mm_or_si128(written, r);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + j), r);
+        written = S::or_(written, r);
+        S::store(out + j, r);
     }
-    uint8_t any = _mm_movemask_epi8(written) != 0 ? 0x80 : 0;
+    uint8_t any = S::any(written) ? 0x80 : 0;
     for (; j < n; ++j) {
         uint8_t r = Op::apply(a[j], m[j]);
         if constexpr (kIndexed) r ^= uint8_t(index0 + j);

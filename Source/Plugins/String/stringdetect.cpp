@@ -1,7 +1,5 @@
 #include "stringdetect.h"
 
-#include <emmintrin.h>
-
 #include "MyMemory.h"
 #include "REALplugin.h"
 #include "encoderboundary.h"
@@ -9,10 +7,14 @@
 #include "rbMemoryBlock.h"
 #include "rbText.h"
 #include "rbUtil.h"
+#include "simd.h"
 
 namespace kxt {
 
 namespace {
+
+using S = simd::Native;
+using V = S::V;
 
 constexpr const char* kHexDigits = "0123456789ABCDEF";
 
@@ -51,15 +53,14 @@ std::string encodeEmailSubject(std::string_view utf8) {
 
 uint8_t* yDecode(const uint8_t* source, uint8_t* destination, size_t length) {
     size_t i = 0;
-    const __m128i escape = _mm_set1_epi8('='), offset = _mm_set1_epi8(42);
+    const V escape = S::splat8('='), offset = S::splat8(42);
     while (i < length) {
         // Sixteen bytes at a time up to the next escape, all less 42; the output never runs
         // ahead of the input, so the whole block can be stored.
         if (i + 16 <= length) {
-            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(source + i));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(destination), _mm_sub_epi8(x, offset));
-            const unsigned escapes = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(x, escape)));
-            const size_t plain = escapes == 0 ? 16 : size_t(__builtin_ctz(escapes));
+            const V x = S::load(source + i);
+            S::store(destination, S::sub8(x, offset));
+            const size_t plain = S::first(S::eq8(x, escape));
             destination += plain;
             i += plain;
             if (plain == 16) continue;

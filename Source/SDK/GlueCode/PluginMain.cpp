@@ -227,7 +227,13 @@ libEntry() {
 
 // Makes the shared object executable: the loader to run it with.
 extern "C" const char kxtInterpreter[] __attribute__((section(".interp"), used)) =
+#if defined(__aarch64__)
+    "/lib/ld-linux-aarch64.so.1";
+#elif defined(__x86_64__)
     "/lib64/ld-linux-x86-64.so.2";
+#else
+#error "the loader path of this processor is missing"
+#endif
 
 const char* gPartName = "";
 
