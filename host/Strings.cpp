@@ -121,9 +121,8 @@ REALstring newString(Host::State& st, const char* data, size_t length, uint32_t 
     void* block = allocateBlock(kREALStringDataOffset + length + 1, false);
     if (block == nullptr) return nullptr;
     std::memset(block, 0, kREALStringDataOffset);
-    StringHeader* h =
-        new (block) StringHeader{kStringMagic, encoding, 1, int64_t(length),
-                                 st.nextSerial.fetch_add(1, std::memory_order_relaxed)};
+    new (block) StringHeader{kStringMagic, encoding, 1, int64_t(length),
+                             st.nextSerial.fetch_add(1, std::memory_order_relaxed)};
     if (length > 0) std::memcpy(dataOf(block), data, length);
     dataOf(block)[length] = '\0';
     std::lock_guard<std::mutex> lock(st.stringsLock);
