@@ -60,19 +60,20 @@ std::vector<xhost::RunSpec> runSpecs(size_t size) {
 }
 
 void generator() {
-    add("host", "RTFDataKXT(get)", "styled-multilingual", "", kSizes, [](auto& st, size_t n) {
-        xhost::Value styled = host().newStyledText(runSpecs(n));
-        {
-            xhost::CallResult r = host().getRTF(styled);
-            if (r.exception || r.value.isNil()) return st.SkipWithError("no RTF came back");
-        }
-        for ([[maybe_unused]] auto _ : st) {
-            xhost::CallResult r = host().getRTF(styled);
-            benchmark::DoNotOptimize(r);
-        }
-        account(st, n);
-    });
-    add("plain", "kxt::rtf::GenerateRTF", "styled-multilingual", "", kSizes,
+    add("host", "RTFDataKXT(get)", "styled-multilingual", "plain:kxt::rtf::GenerateRTF", kSizes,
+        [](auto& st, size_t n) {
+            xhost::Value styled = host().newStyledText(runSpecs(n));
+            {
+                xhost::CallResult r = host().getRTF(styled);
+                if (r.exception || r.value.isNil()) return st.SkipWithError("no RTF came back");
+            }
+            for ([[maybe_unused]] auto _ : st) {
+                xhost::CallResult r = host().getRTF(styled);
+                benchmark::DoNotOptimize(r);
+            }
+            account(st, n);
+        });
+    add("plain", "kxt::rtf::GenerateRTF", "styled-multilingual", "memcpy", kSizes,
         [](auto& st, size_t n) {
             const auto specs = runSpecs(n);
             std::vector<std::u16string> texts;
@@ -96,17 +97,18 @@ void generator() {
 }
 
 void parser() {
-    add("host", "RTFDataKXT(set)", "rtf", "", kSizes, [](auto& st, size_t n) {
-        Bytes in = corpus(Corpus::RTF, n);
-        xhost::Value styled = host().newObject("StyledText");
-        const xhost::Value rtf = text(*in);
-        for ([[maybe_unused]] auto _ : st) {
-            xhost::CallResult r = host().setRTF(styled, rtf);
-            benchmark::DoNotOptimize(r);
-        }
-        account(st, n);
-    });
-    add("plain", "kxt::rtf::ParseRTF", "rtf", "", kSizes, [](auto& st, size_t n) {
+    add("host", "RTFDataKXT(set)", "rtf", "plain:kxt::rtf::ParseRTF", kSizes,
+        [](auto& st, size_t n) {
+            Bytes in = corpus(Corpus::RTF, n);
+            xhost::Value styled = host().newObject("StyledText");
+            const xhost::Value rtf = text(*in);
+            for ([[maybe_unused]] auto _ : st) {
+                xhost::CallResult r = host().setRTF(styled, rtf);
+                benchmark::DoNotOptimize(r);
+            }
+            account(st, n);
+        });
+    add("plain", "kxt::rtf::ParseRTF", "rtf", "memcpy", kSizes, [](auto& st, size_t n) {
         Bytes in = corpus(Corpus::RTF, n);
         loop(st, n, [&] {
             CountingSink sink;
@@ -115,7 +117,7 @@ void parser() {
         });
     });
     // Deep nesting: the group stack must stay linear, plain and with formatting in every group.
-    add("plain", "kxt::rtf::ParseRTF", "nested-groups", "", {MiB, 16 * MiB},
+    add("plain", "kxt::rtf::ParseRTF", "nested-groups", "memcpy", {MiB, 16 * MiB},
         [](auto& st, size_t n) {
             const size_t depth = (n - 9) / 2;
             const std::string rtf =
@@ -126,7 +128,7 @@ void parser() {
                 return sink.runs;
             });
         });
-    add("plain", "kxt::rtf::ParseRTF", "nested-bold-groups", "", {MiB, 16 * MiB},
+    add("plain", "kxt::rtf::ParseRTF", "nested-bold-groups", "memcpy", {MiB, 16 * MiB},
         [](auto& st, size_t n) {
             const size_t depth = (n - 9) / 5;
             std::string rtf = "{\\rtf1 ";
@@ -141,6 +143,7 @@ void parser() {
 }
 
 const int registered = [] {
+    addMemcpyAnchor({KiB, MiB, 16 * MiB, 64 * MiB});
     generator();
     parser();
     return 0;

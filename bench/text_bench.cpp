@@ -2,9 +2,12 @@
 // extraction, line endings, tag removal, SQL booleans and number formatting: end to end through
 // the host against memcpy, and the vector paths as plain functions against the straightforward
 // byte loops they must agree with. Run: build/bench/text_bench (configure with -DKXT_BENCH=ON).
+#include <sys/random.h>
+
 #include "Bench.h"
 #include "MainInstr.h"
 #include "MyMemory.h"
+#include "Regex.h"
 #include "ReplaceLineEndings.h"
 #include "htmltags.h"
 #include "numberformat.h"
@@ -25,7 +28,12 @@ constexpr const char* kAbsentSet = "\x01\x02~";
 
 void search() {
     const Corpus prose = Corpus::Prose;
-    add("host", "InStrBytesKXT", "prose", "memcpy", kSizes, [=](auto& st, size_t n) {
+    add("anchor", "pcre2-first-of-set", "prose", "", kSizes, [=](auto& st, size_t n) {
+        Bytes in = corpus(prose, n);
+        const Regex set("[\\x01\\x02~]");
+        loop(st, n, [&] { return set.find(*in); });
+    });
+    add("host", "InStrBytesKXT", "prose", "pcre2-first-of-set", kSizes, [=](auto& st, size_t n) {
         Bytes in = corpus(prose, n);
         hostLoop(st, "InStrBytesKXT", {text(*in), text(kAbsentSet)}, n, false);
     });
@@ -146,10 +154,16 @@ void search() {
         const std::string suffix = in->substr(1);
         loop(st, n, [&] { return kxt::hasSuffix(*in, suffix); });
     });
-    add("host", "ContainsWholeWordKXT", "prose", "memcpy", kSizes, [=](auto& st, size_t n) {
+    add("anchor", "pcre2-whole-word", "prose", "", kSizes, [=](auto& st, size_t n) {
         Bytes in = corpus(prose, n);
-        hostLoop(st, "ContainsWholeWordKXT", {text(*in), text("zebra")}, n, false);
+        const Regex word("\\bzebra\\b");
+        loop(st, n, [&] { return word.find(*in); });
     });
+    add("host", "ContainsWholeWordKXT", "prose", "pcre2-whole-word", kSizes,
+        [=](auto& st, size_t n) {
+            Bytes in = corpus(prose, n);
+            hostLoop(st, "ContainsWholeWordKXT", {text(*in), text("zebra")}, n, false);
+        });
     add("plain", "kxt::containsWholeWord", "prose", "loop-containsWholeWord", kSizes,
         [=](auto& st, size_t n) {
             Bytes in = corpus(prose, n);
@@ -244,17 +258,31 @@ void arithmetic() {
     });
     for (bool ascii : {false, true}) {
         const std::string input = ascii ? "ascii" : "bytes";
-        add("host", "RandomBytesStringKXT", input, "memcpy", kSizes, [ascii](auto& st, size_t n) {
-            hostLoop(st, "RandomBytesStringKXT", {integer(int64_t(n)), boolean(ascii)}, n);
-        });
-        add("plain", "kxt::fillRandomBytes", input, "memcpy", kSizes, [ascii](auto& st, size_t n) {
-            loop(st, n, [&] {
-                auto out = freshBuffer<uint8_t>(n);
-                kxt::fillRandomBytes({out.get(), n}, ascii);
-                return out[n - 1];
+        add("host", "RandomBytesStringKXT", input, "getrandom", kSizes,
+            [ascii](auto& st, size_t n) {
+                hostLoop(st, "RandomBytesStringKXT", {integer(int64_t(n)), boolean(ascii)}, n);
             });
-        });
+        add("plain", "kxt::fillRandomBytes", input, "getrandom", kSizes,
+            [ascii](auto& st, size_t n) {
+                loop(st, n, [&] {
+                    auto out = freshBuffer<uint8_t>(n);
+                    kxt::fillRandomBytes({out.get(), n}, ascii);
+                    return out[n - 1];
+                });
+            });
     }
+    // The kernel's generator into a fresh buffer (ASCII output would need one more pass).
+    add("anchor", "getrandom", "bytes", "", kSizes, [](auto& st, size_t n) {
+        loop(st, n, [&] {
+            auto out = freshBuffer<uint8_t>(n);
+            for (size_t done = 0; done < n;) {
+                const ssize_t got = getrandom(out.get() + done, n - done, 0);
+                if (got <= 0) break;
+                done += size_t(got);
+            }
+            return out[n - 1];
+        });
+    });
     // Wipes in place: the same string every call.
     add("host", "ClearStringContentKXT", "binary", "memcpy", kSizes, [](auto& st, size_t n) {
         Bytes in = corpus(Corpus::Binary, n);
@@ -397,26 +425,46 @@ void cleanup() {
         hostLoop(st, "ReplaceLineEndingsKXT", {text(*in), text("\r\n"), boolean(true)}, n);
     });
 
-    add("host", "RemoveHTMLTagsKXT", "html", "memcpy", kSizes, [](auto& st, size_t n) {
+    add("anchor", "pcre2-remove-tags", "html", "", kSizes, [](auto& st, size_t n) {
+        Bytes in = corpus(Corpus::HTML, n);
+        const Regex tag("<[^>]*>");
+        std::string out;
+        loop(st, n, [&] { return tag.replaceAll(*in, "", out); });
+    });
+    add("host", "RemoveHTMLTagsKXT", "html", "pcre2-remove-tags", kSizes, [](auto& st, size_t n) {
         Bytes in = corpus(Corpus::HTML, n);
         hostLoop(st, "RemoveHTMLTagsKXT", {text(*in)}, n);
     });
-    add("host", "RemoveHTMLTagsWithKXT", "html", "memcpy", kSizes, [](auto& st, size_t n) {
-        Bytes in = corpus(Corpus::HTML, n);
-        hostLoop(st, "RemoveHTMLTagsWithKXT", {text(*in), text(" ")}, n);
-    });
-    add("plain", "kxt::removeHTMLTags", "html", "memcpy", kSizes, [](auto& st, size_t n) {
-        Bytes in = corpus(Corpus::HTML, n);
-        loop(st, n, [&] { return kxt::removeHTMLTags(*in).size(); });
-    });
-    add("host", "SQLReplaceBooleanKXT", "sql", "memcpy", kSizes, [](auto& st, size_t n) {
+    add("host", "RemoveHTMLTagsWithKXT", "html", "pcre2-remove-tags", kSizes,
+        [](auto& st, size_t n) {
+            Bytes in = corpus(Corpus::HTML, n);
+            hostLoop(st, "RemoveHTMLTagsWithKXT", {text(*in), text(" ")}, n);
+        });
+    add("plain", "kxt::removeHTMLTags", "html", "pcre2-remove-tags", kSizes,
+        [](auto& st, size_t n) {
+            Bytes in = corpus(Corpus::HTML, n);
+            loop(st, n, [&] { return kxt::removeHTMLTags(*in).size(); });
+        });
+    // Two substitutions, as a Xojo user would write them with RegEx (quoted strings aside).
+    add("anchor", "pcre2-sql-booleans", "sql", "", kSizes, [](auto& st, size_t n) {
         Bytes in = corpus(Corpus::SQL, n);
-        hostLoop(st, "SQLReplaceBooleanKXT", {text(*in)}, n);
+        const Regex isTrue("(?i)\\btrue\\b"), isFalse("(?i)\\bfalse\\b");
+        std::string once, twice;
+        loop(st, n, [&] {
+            const size_t size = isTrue.replaceAll(*in, "1", once);
+            return isFalse.replaceAll(std::string_view(once.data(), size), "0", twice);
+        });
     });
-    add("plain", "kxt::sqlReplaceBoolean", "sql", "memcpy", kSizes, [](auto& st, size_t n) {
-        Bytes in = corpus(Corpus::SQL, n);
-        loop(st, n, [&] { return kxt::sqlReplaceBoolean(*in).size(); });
-    });
+    add("host", "SQLReplaceBooleanKXT", "sql", "pcre2-sql-booleans", kSizes,
+        [](auto& st, size_t n) {
+            Bytes in = corpus(Corpus::SQL, n);
+            hostLoop(st, "SQLReplaceBooleanKXT", {text(*in)}, n);
+        });
+    add("plain", "kxt::sqlReplaceBoolean", "sql", "pcre2-sql-booleans", kSizes,
+        [](auto& st, size_t n) {
+            Bytes in = corpus(Corpus::SQL, n);
+            loop(st, n, [&] { return kxt::sqlReplaceBoolean(*in).size(); });
+        });
 }
 
 // ---- Number formatting (fixed-size work: calls per second) --------------------------------------

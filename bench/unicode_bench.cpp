@@ -5,7 +5,12 @@
 // (configure with -DKXT_BENCH=ON).
 #include <unicode/bytestream.h>
 #include <unicode/normalizer2.h>
+#include <unicode/translit.h>
 #include <unicode/unorm2.h>
+#include <utf8proc.h>
+
+#include <cstdlib>
+#include <memory>
 
 #include "Bench.h"
 #include "MainStringCompose.h"
@@ -52,6 +57,19 @@ void icuUTF16(benchmark::State& st, bool compose, const std::u16string& in, size
     });
 }
 
+// utf8proc, the small C library many programs use instead of ICU: UTF-8 in, a new UTF-8
+// string out (allocated by the library, as in every call of it).
+void utf8procMap(benchmark::State& st, const std::string& in, int options) {
+    loop(st, in.size(), [&] {
+        utf8proc_uint8_t* out = nullptr;
+        const utf8proc_ssize_t size =
+            utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(in.data()),
+                         utf8proc_ssize_t(in.size()), &out, utf8proc_option_t(options));
+        free(out);
+        return size;
+    });
+}
+
 void normalisation() {
     // (method, plain function, input kind, compose?, decomposed input?)
     struct Case {
@@ -75,10 +93,11 @@ void normalisation() {
             auto utf16In = [c, k](size_t n) {
                 return k.decomposedInput ? decomposedUTF16(c, n) : utf16(c, n);
             };
-            add("host", k.method, input, "icu-" + form + "-utf8", kSizes, [=](auto& st, size_t n) {
-                Bytes in = utf8In(n);
-                hostLoop(st, k.method, {text(*in)}, in->size());
-            });
+            add("host", k.method, input, "icu-" + form + "-utf8|utf8proc-" + form, kSizes,
+                [=](auto& st, size_t n) {
+                    Bytes in = utf8In(n);
+                    hostLoop(st, k.method, {text(*in)}, in->size());
+                });
             add("plain", k.plain, input, "icu-" + form + "-utf16", kSizes, [=](auto& st, size_t n) {
                 Units in = utf16In(n);
                 // Bytes of the UTF-8 text, so plain and host figures compare.
@@ -92,6 +111,10 @@ void normalisation() {
                 Bytes in = utf8In(n);
                 icuUTF8(st, k.compose, *in);
             });
+            add("anchor", "utf8proc-" + form, input, "", kSizes, [=](auto& st, size_t n) {
+                utf8procMap(st, *utf8In(n),
+                            UTF8PROC_STABLE | (k.compose ? UTF8PROC_COMPOSE : UTF8PROC_DECOMPOSE));
+            });
             add("anchor", "icu-" + form + "-utf16", input, "", kSizes, [=](auto& st, size_t n) {
                 Units in = utf16In(n);
                 icuUTF16(st, k.compose, *in, utf8In(n)->size());
@@ -102,23 +125,44 @@ void normalisation() {
 
 void accents() {
     for (Corpus c : {Corpus::Multilingual, Corpus::Western}) {
+        add("anchor", "utf8proc-stripmark", corpusName(c), "", kSizes, [=](auto& st, size_t n) {
+            utf8procMap(st, *corpus(c, n), UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_STRIPMARK);
+        });
+        // ICU's transliterator on its own UTF-16 strings, made outside the timing. About 1 MiB
+        // a second: measured up to 1 MiB only (64 MiB would take minutes a call).
+        add("anchor", "icu-transliterator", corpusName(c), "", {KiB, MiB}, [=](auto& st, size_t n) {
+            UErrorCode err = U_ZERO_ERROR;
+            std::unique_ptr<icu::Transliterator> strip(icu::Transliterator::createInstance(
+                "NFD; [:Nonspacing Mark:] Remove; NFC", UTRANS_FORWARD, err));
+            if (U_FAILURE(err)) return st.SkipWithError("ICU has no such transliterator");
+            Units in = utf16(c, n);
+            const icu::UnicodeString source(false, in->data(), int32_t(in->size()));
+            loop(st, n, [&] {
+                icu::UnicodeString s(source);
+                strip->transliterate(s);
+                return s.length();
+            });
+        });
         for (bool ignoreCase : {false, true}) {
             const std::string what =
                 ignoreCase ? "RemoveAccentsKXT(IgnoreCase)" : "RemoveAccentsKXT";
-            add("host", what, corpusName(c), "", kSizes, [=](auto& st, size_t n) {
-                Bytes in = corpus(c, n);
-                hostLoop(st, "RemoveAccentsKXT", {text(*in), boolean(ignoreCase)}, n);
-            });
+            add("host", what, corpusName(c), "utf8proc-stripmark|icu-transliterator", kSizes,
+                [=](auto& st, size_t n) {
+                    Bytes in = corpus(c, n);
+                    hostLoop(st, "RemoveAccentsKXT", {text(*in), boolean(ignoreCase)}, n);
+                });
         }
-        add("plain", "kxt::removeAccentsUTF16", corpusName(c), "", kSizes, [=](auto& st, size_t n) {
-            InitTable();  // the plugin builds it at start; this copy of the code needs it too
-            Units in = utf16(c, n);
-            loop(st, n, [&] { return kxt::removeAccentsUTF16(asUnits(*in), false).size(); });
-        });
+        add("plain", "kxt::removeAccentsUTF16", corpusName(c),
+            "icu-transliterator|utf8proc-stripmark", kSizes, [=](auto& st, size_t n) {
+                InitTable();  // the plugin builds it at start; this copy of the code needs it too
+                Units in = utf16(c, n);
+                loop(st, n, [&] { return kxt::removeAccentsUTF16(asUnits(*in), false).size(); });
+            });
     }
 }
 
 const int registered = [] {
+    addMemcpyAnchor();
     normalisation();
     accents();
     return 0;

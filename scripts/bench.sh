@@ -9,7 +9,8 @@
 # and end goes into the results.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/deps.sh libbenchmark-dev libicu-dev
+scripts/deps.sh libbenchmark-dev libicu-dev libcurl4-openssl-dev libglib2.0-dev libxml2-dev \
+  libgmime-3.0-dev libsodium-dev libutf8proc-dev libpcre2-dev
 cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKXT_BENCH=ON \
   -DKXT_TESTS=OFF >/dev/null
 cmake --build build-bench -j2
