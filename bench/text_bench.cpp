@@ -156,7 +156,7 @@ void search() {
     });
     add("anchor", "pcre2-whole-word", "prose", "", kSizes, [=](auto& st, size_t n) {
         Bytes in = corpus(prose, n);
-        const Regex word("\\bzebra\\b");
+        const Regex word("(?i)\\bzebra\\b");
         loop(st, n, [&] { return word.find(*in); });
     });
     add("host", "ContainsWholeWordKXT", "prose", "pcre2-whole-word", kSizes,

@@ -235,26 +235,61 @@ bool isWordChar(uint8_t c) {
     return c < 128 && lower >= 'a' && lower <= 'z';
 }
 
+namespace {
+
+char asciiLower(char c) {
+    return c >= 'A' && c <= 'Z' ? char(c + ('a' - 'A')) : c;
+}
+
+bool equalsNoCaseAt(const char* text, std::string_view lowerNeedle) {
+    for (size_t k = 0; k < lowerNeedle.size(); ++k) {
+        if (asciiLower(text[k]) != lowerNeedle[k]) return false;
+    }
+    return true;
+}
+
+// The first p >= from where text[p, p + m) is lowerNeedle (ASCII-lowercase, m > 0) with ASCII
+// letters of either case; n when there is none. Candidates come 16 at a time from the first
+// and last byte (a letter matched with its case bit set, anything else exactly), and each is
+// confirmed byte by byte: what memmem on a lowered copy of the text finds, without the copy.
+size_t findNoCase(const char* text, size_t n, size_t from, std::string_view lowerNeedle) {
+    const size_t m = lowerNeedle.size();
+    if (m > n) return n;
+    auto caseBit = [](char c) { return uint8_t(c >= 'a' && c <= 'z' ? 0x20 : 0); };
+    const char first = lowerNeedle[0], last = lowerNeedle[m - 1];
+    const V firstV = S::splat8(uint8_t(first)), lastV = S::splat8(uint8_t(last));
+    const V firstCase = S::splat8(caseBit(first)), lastCase = S::splat8(caseBit(last));
+    size_t i = from;
+    for (; i + m - 1 + 16 <= n; i += 16) {
+        const V hits = S::and_(S::eq8(S::or_(S::load(text + i), firstCase), firstV),
+                               S::eq8(S::or_(S::load(text + i + m - 1), lastCase), lastV));
+        for (uint32_t c = S::bits(hits); c != 0; c &= c - 1) {
+            const size_t p = i + simd::lowestBit(c);
+            if (equalsNoCaseAt(text + p, lowerNeedle)) return p;
+        }
+    }
+    for (; i + m <= n; ++i) {
+        if (equalsNoCaseAt(text + i, lowerNeedle)) return i;
+    }
+    return n;
+}
+
+}  // namespace
+
 bool containsWholeWord(std::string_view text, std::string_view word) {
     if (text.empty() || word.empty() || word.size() > text.size()) return false;
     // strcasestr sees both operands only up to their first zero byte; the step behind an
     // occurrence is the full length of word all the same.
     const size_t searchable = std::min(text.find('\0'), text.size());
     std::string needle(word.substr(0, std::min(word.find('\0'), word.size())));
-    std::string haystack;
-    ReserveLarge(haystack, searchable);
-    haystack.assign(text.substr(0, searchable));
     asciiLowerInPlace(needle);
-    asciiLowerInPlace(haystack);
 
     size_t from = 0;
     while (from <= searchable) {
         size_t p = from;
         if (!needle.empty()) {
-            const void* hit =
-                memmem(haystack.data() + from, searchable - from, needle.data(), needle.size());
-            if (hit == nullptr) return false;
-            p = size_t(static_cast<const char*>(hit) - haystack.data());
+            p = findNoCase(text.data(), searchable, from, needle);
+            if (p == searchable) return false;
         }
         const size_t after = p + word.size();
         const bool startsWord = p == 0 || !isWordChar(uint8_t(text[p - 1]));
