@@ -132,6 +132,22 @@ TEST(MarkupReadyBytes, RejectZeroHighBytesAndMarkup) {
         {"\xC3\xA9", false}, {"a&b", false},        {"'", false},
     };
     for (const auto& [in, ready] : cases) EXPECT_EQ(kxt::bytesAreMarkupFree(in), ready) << in;
+    // The block scan against the byte loop: clean text with at most one byte of each kind that
+    // ends the check, anywhere (in a block, in the tail).
+    std::mt19937 rng(5);
+    for (int iteration = 0; iteration < 4000; ++iteration) {
+        std::string s(rng() % 70, 'a');
+        for (char& c : s) c = char(32 + rng() % 95);
+        for (char bad : {'\0', '\x80', '\xFF', '"', '&', '\'', '<', '>'}) {
+            std::string t = s;
+            for (char& c : t) {
+                if (c == bad || kxt::bytesAreMarkupFreePlain(std::string(1, c)) == false) c = 'x';
+            }
+            if (!t.empty() && rng() % 2) t[rng() % t.size()] = bad;
+            ASSERT_EQ(kxt::bytesAreMarkupFree(t), kxt::bytesAreMarkupFreePlain(t))
+                << testing::PrintToString(t);
+        }
+    }
     for (uint32_t e : {0x0u, 0x500u, 0x600u, 0x8000100u}) EXPECT_TRUE(kxt::isMarkupTestEncoding(e));
     for (uint32_t e : {0x100u, 0xC000100u, 0x201u, 0xFFFFu}) {
         EXPECT_FALSE(kxt::isMarkupTestEncoding(e));

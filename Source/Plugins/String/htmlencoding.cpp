@@ -9,6 +9,7 @@
 #include "rbException.h"
 #include "rbText.h"
 #include "rbUtil.h"
+#include "simd.h"
 
 namespace kxt {
 
@@ -193,11 +194,30 @@ bool isMarkupTestEncoding(uint32_t encoding) {
            encoding == kREALTextEncodingASCII || encoding == kREALTextEncodingUTF8;
 }
 
-bool bytesAreMarkupFree(std::string_view bytes) {
+bool bytesAreMarkupFreePlain(std::string_view bytes) {
     for (unsigned char b : bytes) {
         if (b == 0 || b >= 128 || isMarkup(b)) return false;
     }
     return true;
+}
+
+bool bytesAreMarkupFree(std::string_view bytes) {
+    using S = simd::Native;
+    using V = S::V;
+    // 16 bytes a step: a zero byte, a byte of 128 or more (negative as a signed byte) or one of
+    // the five markup characters ends the check.
+    const V zero = S::zero(), quote = S::splat8('"'), amp = S::splat8('&'), apos = S::splat8('\''),
+            lt = S::splat8('<'), gt = S::splat8('>');
+    const char* p = bytes.data();
+    size_t i = 0;
+    for (; i + 16 <= bytes.size(); i += 16) {
+        const V x = S::load(p + i);
+        const V bad = S::or_(S::or_(S::or_(S::eq8(x, zero), S::lt8(x, zero)),
+                                    S::or_(S::eq8(x, quote), S::eq8(x, amp))),
+                             S::or_(S::eq8(x, apos), S::or_(S::eq8(x, lt), S::eq8(x, gt))));
+        if (S::any(bad)) return false;
+    }
+    return bytesAreMarkupFreePlain(bytes.substr(i));
 }
 
 int stringcompare(const char* name, const uint32_t* text, long n) {

@@ -31,6 +31,7 @@ bool StringIsHTMLready(const uint32_t* text);
 // and the five markup bytes make a string unready.
 bool isMarkupTestEncoding(uint32_t encoding);
 bool bytesAreMarkupFree(std::string_view bytes);
+bool bytesAreMarkupFreePlain(std::string_view bytes);  // one byte at a time: the reference
 
 // 0 when the first n code points of text equal the first n bytes of name, else -1. A name
 // shorter than n reads as zeros past its end; a longer one matches by its prefix, which the
