@@ -54,7 +54,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if ((lineLen & 0x300) != 0x300) lineLen = (lineLen & 0xFF) - 8;
     const std::string_view in(reinterpret_cast<const char*>(data), size);
 
-    const std::string encoded = kxt::encodeQuotedPrintable(in, lineLen);
+    const std::string encoded = kxt::encodeQuotedPrintable(in, lineLen).str();
+    if (encoded != kxt::encodeQuotedPrintablePlain(in, lineLen)) {
+        fail("the block encoder differs from the byte loop", in, lineLen);
+    }
     const int32_t asked = static_cast<int32_t>(lineLen);
     const int64_t effective = asked < 2 ? 72 : asked;
     const int64_t longest = effective - 1 > 4 ? effective - 1 : 4;

@@ -368,7 +368,7 @@ Bytes yEncoded(size_t size) {
 
 Bytes quotedPrintable(Corpus c, size_t size) {
     return cached<std::string>(key("qp", c, size), [&] {
-        return cutTo(kxt::encodeQuotedPrintable(*corpus(c, size), 72), size,
+        return cutTo(kxt::encodeQuotedPrintable(*corpus(c, size), 72).str(), size,
                      [](std::string_view s) { return noCutEscape(s, '='); });
     });
 }

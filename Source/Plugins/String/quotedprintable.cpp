@@ -1,6 +1,7 @@
 #include "quotedprintable.h"
 
 #include "MyMemory.h"
+#include "simd.h"
 
 namespace kxt {
 
@@ -240,12 +241,104 @@ void EncodeData::decode() {
     }
 }
 
-std::string encodeQuotedPrintable(std::string_view bytes, RBInteger lineLen) {
-    int32_t lineLength = int32_t(lineLen);
-    if (lineLength < 2) lineLength = 72;
-    EncodeData run(bytes, lineLength);
+namespace {
+
+int32_t effectiveLineLength(RBInteger lineLen) {
+    const int32_t lineLength = int32_t(lineLen);
+    return lineLength < 2 ? 72 : lineLength;
+}
+
+}  // namespace
+
+std::string encodeQuotedPrintablePlain(std::string_view bytes, RBInteger lineLen) {
+    EncodeData run(bytes, effectiveLineLength(lineLen));
     run.encode();
     return std::move(run.output);
+}
+
+// The run above, written through a pointer into a buffer of the largest possible size, with
+// runs of 16 literal bytes that fit on the line copied at once. Each input byte gives at most
+// six output bytes (a soft line break, then an escape), and the end one more soft break.
+RawBytes encodeQuotedPrintable(std::string_view bytes, RBInteger lineLen) {
+    using S = simd::Native;
+    using V = S::V;
+    const int64_t limit = int64_t(effectiveLineLength(lineLen)) - 1;
+    const auto* in = reinterpret_cast<const uint8_t*>(bytes.data());
+    const size_t n = bytes.size();
+    RawBytes out(6 * n + 16);
+    char* w = out.data();
+    int64_t column = 0;
+    uint8_t pendingBlank = 0;
+    bool lineEnds = false;
+
+    auto lineBreak = [&] {
+        *w++ = '\r';
+        *w++ = '\n';
+        column = 0;
+    };
+    auto room = [&](int k) {
+        if (column + k >= limit) {
+            *w++ = '=';
+            lineBreak();
+        }
+        column += k;
+    };
+    auto literal = [&](uint8_t c) {
+        room(1);
+        *w++ = char(c);
+    };
+    auto hex = [&](uint8_t c) {
+        room(3);
+        *w++ = '=';
+        *w++ = kHexDigits[c >> 4];
+        *w++ = kHexDigits[c & 15];
+    };
+    // Literal: 33..126 but "=" (as signed bytes, everything from 128 is below 33).
+    const V below = S::splat8(33 - 1), above = S::splat8(126 + 1), equals = S::splat8('=');
+
+    size_t i = 0;
+    while (i < n) {
+        if (pendingBlank == 0 && column + 16 < limit && i + 16 <= n) {
+            const V x = S::load(in + i);
+            const V literals =
+                S::andNot(S::eq8(x, equals), S::and_(S::gt8(x, below), S::lt8(x, above)));
+            if (S::all(literals)) {
+                S::store(w, x);
+                w += 16;
+                column += 16;
+                i += 16;
+                continue;
+            }
+        }
+        const uint8_t c = in[i++];
+        if (c == 9 || c == 32) {
+            // Only the last blank before a line end needs protecting.
+            if (pendingBlank != 0) literal(pendingBlank);
+            pendingBlank = c;
+        } else if (c == kCR || c == kLF) {
+            lineEnds = true;
+            if (i < n && isOtherLineEnd(c, in[i])) ++i;
+            if (pendingBlank != 0) hex(pendingBlank);
+            pendingBlank = 0;
+            lineBreak();
+        } else {
+            if (pendingBlank != 0) literal(pendingBlank);
+            pendingBlank = 0;
+            if (c < 33 || c == '=' || c > 126) {
+                hex(c);
+            } else {
+                literal(c);
+            }
+        }
+    }
+    // A blank at the very end is written as it is.
+    if (pendingBlank != 0) literal(pendingBlank);
+    if (lineEnds && column > 0) {
+        *w++ = '=';
+        lineBreak();
+    }
+    out.setSize(size_t(w - out.data()));
+    return out;
 }
 
 std::string decodeQuotedPrintable(std::string_view bytes) {

@@ -9,7 +9,7 @@ REALstring EncodingToQuotedPrintable2(REALstring s, RBInteger LineLen) {
     return NilOnAllocationFailure<REALstring>(nullptr, [&]() -> REALstring {
         if (s == nullptr) return nullptr;
         rbData in(s);
-        return REALBuildUnicodeString(kxt::encodeQuotedPrintable(in.view(), LineLen),
+        return REALBuildUnicodeString(kxt::encodeQuotedPrintable(in.view(), LineLen).view(),
                                       kREALTextEncodingASCII);
     });
 }
