@@ -4,7 +4,6 @@
 #include <cstring>
 #include <string>
 
-#include "MyMemory.h"
 #include "REALplugin.h"
 #include "rbData.h"
 #include "rbDebug.h"
@@ -100,10 +99,8 @@ bool inAnyRange(int64_t value, std::span<const ByteRange> ranges) {
     return false;
 }
 
-void asciiLowerInPlace(std::string& s) {
-    for (char& c : s) {
-        if (c >= 'A' && c <= 'Z') c = char(c + ('a' - 'A'));
-    }
+char asciiLower(char c) {
+    return c >= 'A' && c <= 'Z' ? char(c + ('a' - 'A')) : c;
 }
 
 }  // namespace
@@ -237,10 +234,6 @@ bool isWordChar(uint8_t c) {
 
 namespace {
 
-char asciiLower(char c) {
-    return c >= 'A' && c <= 'Z' ? char(c + ('a' - 'A')) : c;
-}
-
 bool equalsNoCaseAt(const char* text, std::string_view lowerNeedle) {
     for (size_t k = 0; k < lowerNeedle.size(); ++k) {
         if (asciiLower(text[k]) != lowerNeedle[k]) return false;
@@ -282,7 +275,7 @@ bool containsWholeWord(std::string_view text, std::string_view word) {
     // occurrence is the full length of word all the same.
     const size_t searchable = std::min(text.find('\0'), text.size());
     std::string needle(word.substr(0, std::min(word.find('\0'), word.size())));
-    asciiLowerInPlace(needle);
+    for (char& c : needle) c = asciiLower(c);
 
     size_t from = 0;
     while (from <= searchable) {
