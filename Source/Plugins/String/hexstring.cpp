@@ -45,7 +45,11 @@ std::string hexstring(std::string_view input, const HexLayout& layout) {
     std::string out = NewLargeString(size_t(lines * lineSize));
     char* w = out.data();
     auto put = [&](std::string_view s) {
-        if (s.empty()) return;  // a nil argument's view has no data pointer
+        // Separators are mostly one or two characters: no library call for those.
+        if (s.size() <= 2) {
+            for (char c : s) *w++ = c;
+            return;
+        }
         memcpy(w, s.data(), s.size());
         w += s.size();
     };
@@ -61,10 +65,21 @@ std::string hexstring(std::string_view input, const HexLayout& layout) {
         for (int64_t group = 0; group < linelen; ++group) {
             if (group != 0) put(layout.spacer);
             if (position + hexlen <= hexLength) {
-                // A whole group of digits: no filler to consider.
-                for (int64_t k = 0; k < hexlen; ++k, ++position) {
+                // A whole group of digits: no filler to consider. Whole bytes go two digits
+                // at a time; a group may start or end in the middle of one.
+                const int64_t groupEnd = position + hexlen;
+                if (position & 1) {
+                    *w++ =
+                        kHexDigits[static_cast<unsigned char>(input[size_t(position++ >> 1)]) & 15];
+                }
+                for (; position + 2 <= groupEnd; position += 2, w += 2) {
                     const auto b = static_cast<unsigned char>(input[size_t(position >> 1)]);
-                    *w++ = kHexDigits[(position & 1) ? b & 15 : b >> 4];
+                    w[0] = kHexDigits[b >> 4];
+                    w[1] = kHexDigits[b & 15];
+                }
+                if (position < groupEnd) {
+                    *w++ =
+                        kHexDigits[static_cast<unsigned char>(input[size_t(position++ >> 1)]) >> 4];
                 }
             } else {
                 for (int64_t k = 0; k < hexlen; ++k) *w++ = hexAt(position++);
