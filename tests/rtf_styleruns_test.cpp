@@ -92,15 +92,37 @@ TEST_F(StyleRunHelpers, RunsHoldOneReferenceEachThroughMoves) {
     EXPECT_EQ(Bytes(runs[1].text), "run0\r");
 }
 
+// The holder keeps exactly the one reference it adopted through moves, and gives it back once.
+TEST_F(StyleRunHelpers, HostRefsHoldOneReferenceThroughMoves) {
+    Value s = S("held");
+    const REALstring h = s.stringHandle();
+    auto refs = [h] { return static_cast<xhost::StringHeader*>((void*)h)->refs.load(); };
+    const auto base = refs();
+    REALLockString(h);
+    HostString a(h);
+    HostString b(std::move(a));
+    HostString c;
+    c = std::move(b);
+    EXPECT_FALSE(a);
+    EXPECT_FALSE(b);
+    EXPECT_EQ(refs(), base + 1);
+    REALLockString(h);
+    c.reset(h);  // the old reference goes, the new one stays
+    EXPECT_EQ(refs(), base + 1);
+    const REALstring out = c.release();
+    EXPECT_FALSE(c);
+    EXPECT_EQ(refs(), base + 1);
+    REALUnlockString(out);
+    EXPECT_EQ(refs(), base);
+}
+
 TEST_F(StyleRunHelpers, FontWithZeroBytesIsRepairedAsUTF16) {
     Value text = host().newStyledText({{"x", std::string("A\0r\0", 4)}, {"y", "Arial"}});
     REALobject run = GetStyleRun(text.objectHandle(), 0);
-    REALstring font = GetFont(run);
-    rbFreeLater freeFont(&font);
-    EXPECT_EQ(Bytes(font), "Ar");
-    REALstring plain = GetFont(GetStyleRun(text.objectHandle(), 1));
-    rbFreeLater freePlain(&plain);
-    EXPECT_EQ(Bytes(plain), "Arial");
+    const HostString font(GetFont(run));
+    EXPECT_EQ(Bytes(font.get()), "Ar");
+    const HostString plain(GetFont(GetStyleRun(text.objectHandle(), 1)));
+    EXPECT_EQ(Bytes(plain.get()), "Arial");
 }
 
 TEST_F(StyleRunHelpers, ReadersGiveZeroOnFailure) {
@@ -119,25 +141,25 @@ TEST_F(StyleRunHelpers, ReadersGiveZeroOnFailure) {
 
 class StyleRunBuilding : public StyleRunHelpers {
   protected:
-    REALobject newRun() {
-        REALobject run = NewStyleRun();
-        EXPECT_NE(run, nullptr);
+    HostObject newRun() {
+        HostObject run(NewStyleRun());
+        EXPECT_TRUE(run);
         return run;
     }
 };
 
 TEST_F(StyleRunBuilding, BufferForm) {
     Value text = host().newStyledText({});
-    REALobject run = newRun();
+    HostObject run = newRun();
     std::string buffer;
     StyledTextAddStyleRun(kREALTextEncodingWindowsLatin1, buffer, text.objectHandle(), run, 0);
-    EXPECT_EQ(run, nullptr);  // an empty buffer still consumes the run
+    EXPECT_FALSE(run);  // an empty buffer still consumes the run
     EXPECT_TRUE(host().styleRuns(text).empty());
 
     run = newRun();
     buffer = std::string("caf\xE9\0tail", 9);
     StyledTextAddStyleRun(kREALTextEncodingWindowsLatin1, buffer, text.objectHandle(), run, 0);
-    EXPECT_EQ(run, nullptr);
+    EXPECT_FALSE(run);
     EXPECT_TRUE(buffer.empty());
 
     buffer = "lost";  // no run: the bytes are dropped
@@ -151,12 +173,12 @@ TEST_F(StyleRunBuilding, BufferForm) {
 
 TEST_F(StyleRunBuilding, CodeUnitForm) {
     Value text = host().newStyledText({});
-    REALobject run = newRun();
+    HostObject run = newRun();
     StyledTextAddStyleRun(u"\0", text.objectHandle(), run, 0);
-    EXPECT_EQ(run, nullptr);
+    EXPECT_FALSE(run);
     run = newRun();
     StyledTextAddStyleRun(u"\x4E2D", text.objectHandle(), run, 0);
-    EXPECT_EQ(run, nullptr);
+    EXPECT_FALSE(run);
     StyledTextAddStyleRun(u"A", text.objectHandle(), run, 0);  // nil run: nothing
     run = newRun();
     StyledTextAddStyleRun(u"\xD83D\xDE00", text.objectHandle(), run, 0);
@@ -171,18 +193,17 @@ TEST_F(StyleRunBuilding, SettersAndClear) {
     StyledTextClear(text.objectHandle());
     EXPECT_TRUE(host().styleRuns(text).empty());
 
-    REALobject run = newRun();
-    StyleRunSetBold(run, true);
-    StyleRunSetItalic(run, true);
-    StyleRunSetUnderline(run, false);
-    StyleRunSetTextColor(run, 0xABCDEF);
-    StyleRunSetSize(run, 17);
+    const HostObject run = newRun();
+    StyleRunSetBold(run.get(), true);
+    StyleRunSetItalic(run.get(), true);
+    StyleRunSetUnderline(run.get(), false);
+    StyleRunSetTextColor(run.get(), 0xABCDEF);
+    StyleRunSetSize(run.get(), 17);
     Value font = S("Caf\xC3\xA9");
-    StyleRunSetFontName(run, font.stringHandle());
+    StyleRunSetFontName(run.get(), font.stringHandle());
     Value body = S("text");
-    StyleRunSetText(run, body.stringHandle());
-    StyledTextAppendStyleRun(text.objectHandle(), run);
-    REALUnlockObject(run);
+    StyleRunSetText(run.get(), body.stringHandle());
+    StyledTextAppendStyleRun(text.objectHandle(), run.get());
     EXPECT_EQ(host().styleRuns(text),
               (std::vector<RunSpec>{{"text", "Caf\xC3\xA9", 17, true, true, false, 0xABCDEF}}));
 

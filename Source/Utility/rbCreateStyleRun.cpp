@@ -3,6 +3,7 @@
 
 #include "REALplugin.h"
 #include "rbDebug.h"
+#include "rbRef.h"
 #include "rbStyleRun.h"
 #include "rbText.h"
 #include "rbUtil.h"
@@ -182,14 +183,13 @@ void StyleRunSetFontName(REALobject run, REALstring name) {
                  "fontSet", "Warning: Font queried is not same!");
 }
 
-void StyledTextAddStyleRun(REALstring text, REALobject styledText, REALobject& run,
+void StyledTextAddStyleRun(REALstring text, REALobject styledText, HostObject& run,
                            int64_t alignment) {
     Log("StyledTextAddStyleRun", alignment);
     int64_t before = GetParagraphCount(styledText);
-    StyleRunSetText(run, text);
-    StyledTextAppendStyleRun(styledText, run);
-    if (run != nullptr) REALUnlockObject(run);
-    run = nullptr;
+    StyleRunSetText(run.get(), text);
+    StyledTextAppendStyleRun(styledText, run.get());
+    run.reset();
     int64_t after = GetParagraphCount(styledText);
     Log("NewParagraphCount", after);
     // The alignment belongs to the first paragraph the appended text opened.
@@ -200,40 +200,36 @@ void StyledTextAddStyleRun(REALstring text, REALobject styledText, REALobject& r
 }
 
 void StyledTextAddStyleRun(uint32_t encoding, std::string& buffer, REALobject styledText,
-                           REALobject& run, int64_t alignment) {
+                           HostObject& run, int64_t alignment) {
     Log("StyledTextAddStyleRun");
     if (buffer.empty()) {
         Log("Ignore empty run");
-        if (run != nullptr) REALUnlockObject(run);
-        run = nullptr;
+        run.reset();
         return;
     }
     if (gDebugging) LogMessage(buffer.c_str());
-    if (run == nullptr) {
+    if (!run) {
         buffer.clear();
         return;
     }
-    REALstring text = CString2RB(buffer.c_str(), encoding);
-    rbFreeLater freeText(&text);
-    Log("NewText", text);
-    StyledTextAddStyleRun(text, styledText, run, alignment);
+    const HostString text(CString2RB(buffer.c_str(), encoding));
+    Log("NewText", text.get());
+    StyledTextAddStyleRun(text.get(), styledText, run, alignment);
     buffer.clear();
 }
 
-void StyledTextAddStyleRun(std::u16string_view units, REALobject styledText, REALobject& run,
+void StyledTextAddStyleRun(std::u16string_view units, REALobject styledText, HostObject& run,
                            int64_t alignment) {
     const uint32_t unit = units.empty() ? 0 : units[0];
     Log("StyledTextAddStyleRun", unit);
     if (unit == 0) {
         Log("Ignore null character");
-        if (run != nullptr) REALUnlockObject(run);
-        run = nullptr;
+        run.reset();
         return;
     }
-    if (run == nullptr) return;
-    REALstring text =
-        REALBuildUnicodeString(units.data(), int64_t(units.size() * 2), kREALTextEncodingUTF16);
-    rbFreeLater freeText(&text);
-    Log("NewText", text);
-    StyledTextAddStyleRun(text, styledText, run, alignment);
+    if (!run) return;
+    const HostString text(
+        REALBuildUnicodeString(units.data(), int64_t(units.size() * 2), kREALTextEncodingUTF16));
+    Log("NewText", text.get());
+    StyledTextAddStyleRun(text.get(), styledText, run, alignment);
 }

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "XojoPluginABI.h"
+#include "rbRef.h"
 
 REALobject NewStyleRun();  // new reference, or nil
 
@@ -29,13 +30,13 @@ void StyleRunSetFontName(REALobject run, REALstring name);
 // Each form appends the run to the styled text and consumes the caller's run reference (it is
 // released and set to nil). The alignment goes to the paragraph the appended text opens; a
 // negative alignment sets none.
-void StyledTextAddStyleRun(REALstring text, REALobject styledText, REALobject& run,
+void StyledTextAddStyleRun(REALstring text, REALobject styledText, HostObject& run,
                            int64_t alignment);
 // The bytes up to the first zero byte, tagged with encoding; the buffer is emptied. An empty
 // buffer appends nothing (the run is still consumed).
 void StyledTextAddStyleRun(uint32_t encoding, std::string& buffer, REALobject styledText,
-                           REALobject& run, int64_t alignment);
+                           HostObject& run, int64_t alignment);
 // One character as UTF-16 units (one, or a surrogate pair); the unit 0 appends nothing (the run
 // is still consumed).
-void StyledTextAddStyleRun(std::u16string_view units, REALobject styledText, REALobject& run,
+void StyledTextAddStyleRun(std::u16string_view units, REALobject styledText, HostObject& run,
                            int64_t alignment);

@@ -5,22 +5,21 @@
 #include <string>
 
 #include "REALplugin.h"
+#include "rbRef.h"
 #include "rbUtil.h"
 
 void RaiseException(const char* className, REALstring message, RBInteger errorNumber) {
-    REALobject exception = REALnewInstance(className);
-    if (exception == nullptr) exception = REALnewInstance("RuntimeException");
-    if (exception == nullptr) return;
-    REALSetPropValueString(exception, "Message", message);
-    REALSetPropValueInteger(exception, "ErrorNumber", errorNumber);
-    REALRaiseException(exception);
-    REALUnlockObject(exception);
+    HostObject exception(REALnewInstance(className));
+    if (!exception) exception.reset(REALnewInstance("RuntimeException"));
+    if (!exception) return;
+    REALSetPropValueString(exception.get(), "Message", message);
+    REALSetPropValueInteger(exception.get(), "ErrorNumber", errorNumber);
+    REALRaiseException(exception.get());
 }
 
 void RaiseException(const char* className, const char* message, uint32_t /*encoding*/) {
-    REALstring text = CString2RB(message, kREALTextEncodingUTF8);
-    RaiseException(className, text, 0);
-    if (text != nullptr) REALUnlockString(text);
+    const HostString text(CString2RB(message, kREALTextEncodingUTF8));
+    RaiseException(className, text.get(), 0);
 }
 
 namespace {

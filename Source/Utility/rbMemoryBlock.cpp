@@ -7,6 +7,7 @@
 #include "REALplugin.h"
 #include "rbDebug.h"
 #include "rbException.h"
+#include "rbRef.h"
 
 namespace {
 
@@ -45,8 +46,9 @@ void raiseBlockAllocationFailure(int64_t length) {
 REALmemoryBlock MyREALNewMemoryBlock(int64_t size) {
     if (size < 0) return nullptr;
     NewBlockCall call{size, nullptr};
-    REALobject raised = REALCallFunctionWithExceptionHandler(constructBlock, &call);
-    if (raised != nullptr) REALUnlockObject(raised);
+    // An exception the constructor raised is dropped: the caller reports the failure.
+    [[maybe_unused]] const HostObject raised(
+        REALCallFunctionWithExceptionHandler(constructBlock, &call));
     return reinterpret_cast<REALmemoryBlock>(call.block);
 }
 

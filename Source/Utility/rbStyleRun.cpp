@@ -8,6 +8,7 @@
 #include "REALplugin.h"
 #include "XojoHostServices.h"
 #include "rbData.h"
+#include "rbRef.h"
 #include "rbUtil.h"
 
 void XojoStyleRun::copyStyle(const XojoStyleRun& other) {
@@ -199,14 +200,9 @@ void GetXojoStyleRunsForText(REALobject styledText, std::vector<XojoStyleRun>& r
     for (int64_t index = 0; index < runCount; ++index) {
         REALobject run = GetStyleRun(styledText, index);
         if (run == nullptr) continue;
-        REALstring font = GetFont(run);
-        rbFreeLater freeFont(&font);
-        REALstring text = GetText(run);
-        rbFreeLater freeText(&text);
-        if (REALstring cleaned = CleanupText(text)) {
-            if (text != nullptr) REALUnlockString(text);
-            text = cleaned;
-        }
+        HostString font(GetFont(run));
+        HostString text(GetText(run));
+        if (REALstring cleaned = CleanupText(text.get())) text.reset(cleaned);
         XojoStyleRun record;
         record.textColor = GetTextColor(run);
         record.bold = GetBold(run);
@@ -214,8 +210,8 @@ void GetXojoStyleRunsForText(REALobject styledText, std::vector<XojoStyleRun>& r
         record.underline = GetUnderline(run);
         record.size = GetSize(run);
         // The record takes over the two new references.
-        record.font = std::exchange(font, nullptr);
-        record.text = std::exchange(text, nullptr);
+        record.font = font.release();
+        record.text = text.release();
         record.length = GetStringLength(record.text);
         record.startPos = position;
         record.middlePos = position + record.length / 2;
@@ -225,12 +221,11 @@ void GetXojoStyleRunsForText(REALobject styledText, std::vector<XojoStyleRun>& r
 
     if (skipParagraphs || paragraphCount < 1) return;
     for (int64_t index = 0; index < paragraphCount; ++index) {
-        REALobject paragraph = GetParagraph(styledText, index);
-        if (paragraph == nullptr) continue;
-        rbFreeLater freeParagraph(&paragraph);
-        int64_t start = GetStartPos(paragraph);
-        int64_t end = GetEndPos(paragraph);
-        int64_t alignment = GetAlignment(paragraph);
+        const HostObject paragraph(GetParagraph(styledText, index));
+        if (!paragraph) continue;
+        int64_t start = GetStartPos(paragraph.get());
+        int64_t end = GetEndPos(paragraph.get());
+        int64_t alignment = GetAlignment(paragraph.get());
         // Middle positions grow with the run index, so the runs of a paragraph are found by
         // binary search and the pass stays linear in the number of runs.
         auto first =

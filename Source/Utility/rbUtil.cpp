@@ -7,6 +7,7 @@
 #include "REALplugin.h"
 #include "rbDebug.h"
 #include "rbException.h"
+#include "rbRef.h"
 
 bool IsASCII(const void* data, int64_t length) {
     auto* bytes = static_cast<const uint8_t*>(data);
@@ -107,12 +108,10 @@ std::unique_ptr<Unit[], void (*)(Unit*)> RepairedCopy(const void* data, int64_t 
 
 // Builds in `encoding`, then converts to UTF-8, giving back the intermediate.
 REALstring buildConverted(const void* data, int64_t length, uint32_t encoding) {
-    REALstring wide = REALBuildStringWithEncoding(static_cast<const char*>(data),
-                                                  static_cast<int32_t>(length), encoding);
-    if (wide == nullptr) return nullptr;
-    REALstring utf8 = REALConvertString(wide, kREALTextEncodingUTF8);
-    REALUnlockString(wide);
-    return utf8;
+    const HostString wide(REALBuildStringWithEncoding(static_cast<const char*>(data),
+                                                      static_cast<int32_t>(length), encoding));
+    if (!wide) return nullptr;
+    return REALConvertString(wide.get(), kREALTextEncodingUTF8);
 }
 
 }  // namespace
@@ -261,15 +260,4 @@ REALstring CString2RB(const char* text, uint32_t encoding) {
     }
     if (text == nullptr) return nullptr;
     return REALBuildUnicodeString(text, int64_t(strlen(text)), encoding);
-}
-
-rbFreeLater::~rbFreeLater() {
-    if (object_ != nullptr && *object_ != nullptr) {
-        REALUnlockObject(*object_);
-        *object_ = nullptr;
-    }
-    if (string_ != nullptr && *string_ != nullptr) {
-        REALUnlockString(*string_);
-        *string_ = nullptr;
-    }
 }

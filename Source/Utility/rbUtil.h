@@ -33,19 +33,3 @@ bool IsASCII(const void* data, int64_t length);
 
 // The UTF-16 and UTF-32 family, in host or explicit byte order.
 bool IsUTF16or32Encoding(uint32_t encoding);
-
-// Releases the handle held in *object / *string at scope end (and clears the variable), so an
-// early return or an exception does not leak a result that was already built.
-class rbFreeLater {
-  public:
-    explicit rbFreeLater(REALobject* object = nullptr, REALstring* string = nullptr)
-        : object_(object), string_(string) {}
-    explicit rbFreeLater(REALstring* string) : string_(string) {}
-    ~rbFreeLater();
-    rbFreeLater(const rbFreeLater&) = delete;
-    rbFreeLater& operator=(const rbFreeLater&) = delete;
-
-  private:
-    REALobject* object_ = nullptr;
-    REALstring* string_ = nullptr;
-};

@@ -8,6 +8,7 @@
 #include "rbCreateStyleRun.h"
 #include "rbData.h"
 #include "rbDebug.h"
+#include "rbRef.h"
 #include "rbUtil.h"
 
 namespace kxt::rtf {
@@ -591,22 +592,18 @@ namespace {
 class StyledTextSink : public kxt::rtf::ParseSink {
   public:
     explicit StyledTextSink(REALobject styledText) : styledText_(styledText) {}
-    ~StyledTextSink() override {
-        if (run_ != nullptr) REALUnlockObject(run_);
-    }
 
-    bool hasRun() const override { return run_ != nullptr; }
+    bool hasRun() const override { return bool(run_); }
 
     void startRun(const kxt::rtf::RunStyle& style) override {
-        run_ = NewStyleRun();
-        StyleRunSetBold(run_, style.bold);
-        StyleRunSetItalic(run_, style.italic);
-        StyleRunSetUnderline(run_, style.underline);
-        StyleRunSetSize(run_, style.size);
-        StyleRunSetTextColor(run_, style.color);
-        REALstring font = CString2RB(style.font.c_str(), kREALTextEncodingUTF8);
-        rbFreeLater freeFont(&font);
-        StyleRunSetFontName(run_, font);
+        run_.reset(NewStyleRun());
+        StyleRunSetBold(run_.get(), style.bold);
+        StyleRunSetItalic(run_.get(), style.italic);
+        StyleRunSetUnderline(run_.get(), style.underline);
+        StyleRunSetSize(run_.get(), style.size);
+        StyleRunSetTextColor(run_.get(), style.color);
+        const HostString font(CString2RB(style.font.c_str(), kREALTextEncodingUTF8));
+        StyleRunSetFontName(run_.get(), font.get());
     }
 
     void flush(uint32_t encoding, std::string& buffer, int64_t alignment) override {
@@ -619,7 +616,7 @@ class StyledTextSink : public kxt::rtf::ParseSink {
 
   private:
     REALobject styledText_;
-    REALobject run_ = nullptr;
+    HostObject run_;
 };
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "REALplugin.h"
 #include "rbData.h"
 #include "rbException.h"
+#include "rbRef.h"
 #include "rbText.h"
 #include "rbUtil.h"
 #include "simd.h"
@@ -161,9 +162,8 @@ REALstring ReplaceLineEndingsKXT_text(REALstring Text, REALstring NewLine, bool 
 // Any other text: bytes as they are, NewLine converted into the text's encoding first.
 REALstring ReplaceLineEndingsKXT_binary(REALstring Text, REALstring NewLine, bool yield,
                                         uint32_t encoding) {
-    REALstring converted = REALConvertString(NewLine, encoding);
-    rbFreeLater releaseConverted(&converted);
-    rbData text(Text), newline(converted);
+    const HostString converted(REALConvertString(NewLine, encoding));
+    rbData text(Text), newline(converted.get());
     const RawBytes out = kxt::replaceLineEndings(text.view(), newline.view(), hookFor(yield));
     return REALBuildUnicodeString(out.view(), encoding);
 }
