@@ -36,14 +36,14 @@ void SetProperty(REALobject run, const char* name, const char* failure, Set set)
 // Reads a string property back and logs when it differs from what was set.
 void VerifyString(REALobject run, const char* property, REALstring expected,
                   const char* queryFailed, const char* readLabel, const char* differs) {
-    REALstring read = nullptr;
-    if (!REALGetPropValueString(run, property, &read)) {
+    REALstring value = nullptr;
+    if (!REALGetPropValueString(run, property, &value)) {
         LogMessage(queryFailed);
         return;
     }
-    if (readLabel != nullptr) LogMessage(readLabel, read);
-    if (REALCompareStrings(read, expected) != 0) LogMessage(differs, read);
-    if (read != nullptr) REALUnlockString(read);
+    const HostString read(value);
+    if (readLabel != nullptr) LogMessage(readLabel, read.get());
+    if (REALCompareStrings(read.get(), expected) != 0) LogMessage(differs, read.get());
 }
 
 }  // namespace

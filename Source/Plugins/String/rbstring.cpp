@@ -9,6 +9,7 @@
 #include "rbArray.h"
 #include "rbData.h"
 #include "rbException.h"
+#include "rbRef.h"
 #include "rbText.h"
 #include "rbUtil.h"
 #include "simd.h"
@@ -257,9 +258,8 @@ REALarray stringsFromData(const void* data, int64_t length, RBInteger minLength)
     if (array == nullptr) return nullptr;
     size_t position = 0;
     while (auto found = kxt::nextStringInData(bytes, position, minLength)) {
-        REALstring s = REALBuildUnicodeString(*found, kREALTextEncodingUTF8);
-        REALAppendArrayValue(array, s);
-        if (s != nullptr) REALUnlockString(s);
+        const HostString s(REALBuildUnicodeString(*found, kREALTextEncodingUTF8));
+        REALAppendArrayValue(array, s.get());
     }
     return array;
 }
