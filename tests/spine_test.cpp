@@ -15,6 +15,7 @@
 #include "rbText.h"
 #include "rbUtil.h"
 #include "search_reference.h"
+#include "utf8.h"
 
 using namespace kxt_test;
 
@@ -309,6 +310,21 @@ TEST_F(Spine, UTF8TextFormsAgreeWithThePlainDecoder) {
             << testing::PrintToString(bytes);
         ASSERT_EQ(text.GetUTF16()[text.LengthUTF16()], 0);
         ASSERT_EQ(text.GetUTF32()[text.LengthUTF32()], 0u);
+        // The codec beneath, at every offset: checked decoding, and for well-formed sequences
+        // the unchecked decoding and the encoding give them back.
+        const auto* p = reinterpret_cast<const uint8_t*>(bytes.data());
+        for (size_t i = 0; i < bytes.size(); ++i) {
+            uint32_t point = 0;
+            const size_t length = ref::sequenceLength(bytes, i, &point);
+            const kxt::utf8::CodePoint c = kxt::utf8::decode(p + i, bytes.size() - i);
+            ASSERT_EQ(c.length, length) << testing::PrintToString(bytes) << " at " << i;
+            if (length == 0) continue;
+            ASSERT_EQ(c.value, point);
+            ASSERT_EQ(kxt::utf8::decodeValid(p + i).value, point);
+            char encoded[4];
+            ASSERT_EQ(std::string(encoded, kxt::utf8::encode(encoded, point)),
+                      bytes.substr(i, length));
+        }
     }
 }
 

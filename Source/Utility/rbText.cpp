@@ -8,6 +8,7 @@
 #include "rbDebug.h"
 #include "rbUtil.h"
 #include "simd.h"
+#include "utf8.h"
 
 namespace {
 
@@ -317,41 +318,13 @@ void rbText::decodeUTF8(bool toUTF32) {
             ++i;
             continue;
         }
-        int length;
-        uint32_t c;
-        if (lead >= 0xC2 && lead <= 0xDF) {
-            length = 2;
-            c = lead & 0x1F;
-        } else if (lead >= 0xE0 && lead <= 0xEF) {
-            length = 3;
-            c = lead & 0x0F;
-        } else if (lead >= 0xF0 && lead <= 0xF4) {
-            length = 4;
-            c = lead & 0x07;
-        } else {
-            length = 0;  // 0x80..0xC1 and 0xF5.. never lead a well-formed sequence
-            c = 0;
-        }
-        bool ok = length != 0 && i + length <= n;
-        if (ok) {
-            uint8_t second = in[i + 1];
-            uint8_t low = 0x80, high = 0xBF;
-            if (lead == 0xE0) low = 0xA0;
-            if (lead == 0xED) high = 0x9F;
-            if (lead == 0xF0) low = 0x90;
-            if (lead == 0xF4) high = 0x8F;
-            ok = second >= low && second <= high;
-            for (int k = 1; ok && k < length; ++k) {
-                uint8_t b = in[i + k];
-                ok = (b & 0xC0) == 0x80;
-                c = (c << 6) | (b & 0x3F);
-            }
-        }
-        if (!ok) {
+        const kxt::utf8::CodePoint decoded = kxt::utf8::decode(in + i, size_t(n - i));
+        if (decoded.length == 0) {
             if (gDebugging) LogMessage("Illegal UTF-8 sequence!", i);
             break;
         }
-        i += length;
+        uint32_t c = decoded.value;
+        i += int64_t(decoded.length);
         if (c == 0xFEFF || c == 0xFFFE) continue;  // marks vanish wherever they stand
         if (toUTF32) {
             out32[written++] = c;

@@ -12,6 +12,7 @@
 #include "rbUtil.h"
 #include "rbstring.h"
 #include "simd.h"
+#include "utf8.h"
 
 namespace kxt {
 
@@ -55,15 +56,11 @@ using UTF8Table = std::array<uint32_t, 256>;
 constexpr UTF8Table utf8Of(const CodePageTable& table) {
     UTF8Table out{};
     for (int b = 0; b < 256; ++b) {
-        const uint32_t u = table[b];  // never a surrogate: the tables hold BMP characters
-        if (u < 0x80) {
-            out[b] = u | 1u << 24;
-        } else if (u < 0x800) {
-            out[b] = (0xC0 | u >> 6) | (0x80 | (u & 0x3F)) << 8 | 2u << 24;
-        } else {
-            out[b] = (0xE0 | u >> 12) | (0x80 | (u >> 6 & 0x3F)) << 8 | (0x80 | (u & 0x3F)) << 16 |
-                     3u << 24;
-        }
+        // Never a surrogate: the tables hold BMP characters, of at most three bytes.
+        char bytes[4] = {};
+        const auto length = uint32_t(utf8::encode(bytes, table[b]) - bytes);
+        out[b] = length << 24;
+        for (uint32_t k = 0; k < length; ++k) out[b] |= uint32_t(uint8_t(bytes[k])) << 8 * k;
     }
     return out;
 }

@@ -17,6 +17,7 @@
 #include "rbUtil.h"
 #include "rbstring.h"
 #include "simd.h"
+#include "utf8.h"
 
 namespace {
 
@@ -287,41 +288,6 @@ std::vector<uint16_t> composeUTF16(std::span<const uint16_t> text) {
 
 namespace {
 
-// Well-formed UTF-8 only: the code point at p and its length in bytes.
-struct CodePoint {
-    uint32_t value;
-    size_t length;
-};
-
-CodePoint decodeUTF8(const uint8_t* p) {
-    const uint8_t b = p[0];
-    if (b < 0x80) return {b, 1};
-    if (b < 0xE0) return {uint32_t(b & 0x1F) << 6 | (p[1] & 0x3F), 2};
-    if (b < 0xF0) return {uint32_t(b & 0x0F) << 12 | uint32_t(p[1] & 0x3F) << 6 | (p[2] & 0x3F), 3};
-    return {uint32_t(b & 0x07) << 18 | uint32_t(p[1] & 0x3F) << 12 | uint32_t(p[2] & 0x3F) << 6 |
-                (p[3] & 0x3F),
-            4};
-}
-
-char* encodeUTF8(char* w, uint32_t cp) {
-    if (cp < 0x80) {
-        *w++ = char(cp);
-    } else if (cp < 0x800) {
-        *w++ = char(0xC0 | cp >> 6);
-        *w++ = char(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        *w++ = char(0xE0 | cp >> 12);
-        *w++ = char(0x80 | (cp >> 6 & 0x3F));
-        *w++ = char(0x80 | (cp & 0x3F));
-    } else {
-        *w++ = char(0xF0 | cp >> 18);
-        *w++ = char(0x80 | (cp >> 12 & 0x3F));
-        *w++ = char(0x80 | (cp >> 6 & 0x3F));
-        *w++ = char(0x80 | (cp & 0x3F));
-    }
-    return w;
-}
-
 // The UTF-16 form drops these wherever they stand.
 bool droppedFromUTF16(uint32_t cp) {
     return cp == 0xFEFF || cp == 0xFFFE;
@@ -337,10 +303,10 @@ char* putParts(char* w, const DecompositionEntry& e) {
         const uint32_t u = e.parts[p];
         if (u >= 0xD800 && u < 0xDC00 && p + 1 < 5 && e.parts[p + 1] >= 0xDC00 &&
             e.parts[p + 1] < 0xE000) {
-            w = encodeUTF8(w, 0x10000 + ((u - 0xD800) << 10) + (e.parts[p + 1] - 0xDC00));
+            w = utf8::encode(w, 0x10000 + ((u - 0xD800) << 10) + (e.parts[p + 1] - 0xDC00));
             ++p;
         } else {
-            w = encodeUTF8(w, u);
+            w = utf8::encode(w, u);
         }
     }
     return w;
@@ -382,7 +348,7 @@ size_t decomposeUTF8(std::string_view text, char* out) {
             continue;
         }
         // A lead byte of U+00C0 or above.
-        const CodePoint c = decodeUTF8(p + i);
+        const utf8::CodePoint c = utf8::decodeValid(p + i);
         if (droppedFromUTF16(c.value)) {
             i += c.length;
             continue;
@@ -410,7 +376,7 @@ size_t composeUTF8(std::string_view text, char* out) {
     // Code point at i, composed with what follows when an entry matches, else copied (or
     // dropped, as the UTF-16 form drops it). Returns the next position.
     auto step = [&](size_t i) -> size_t {
-        const CodePoint c = decodeUTF8(p + i);
+        const utf8::CodePoint c = utf8::decodeValid(p + i);
         if (droppedFromUTF16(c.value)) return i + c.length;
         const uint16_t u = firstUnit(c.value);
         if (lookup[u] != 0) {
@@ -420,7 +386,7 @@ size_t composeUTF8(std::string_view text, char* out) {
             size_t ends[6];
             size_t count = 0, at = i;
             while (count < 5 && at < n) {
-                const CodePoint d = decodeUTF8(p + at);
+                const utf8::CodePoint d = utf8::decodeValid(p + at);
                 at += d.length;
                 if (droppedFromUTF16(d.value)) continue;
                 if (d.value < 0x10000) {
@@ -438,7 +404,7 @@ size_t composeUTF8(std::string_view text, char* out) {
             if (const DecompositionEntry* e = firstMatch(*table, units, count, 0)) {
                 const size_t used = partCount(*e);
                 if (ends[used - 1] != 0) {
-                    w = encodeUTF8(w, e->composed);
+                    w = utf8::encode(w, e->composed);
                     return ends[used - 1];
                 }
             }
