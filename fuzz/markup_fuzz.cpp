@@ -6,7 +6,8 @@
 //  - HTML-decoding the HTML encoding gives the text back, except for the three code points whose
 //    names an earlier name shadows (the decoder matches names by prefix) and what the encoder
 //    drops (controls, a leading byte order mark);
-//  - the same for the XML encoding with either apostrophe, for every code point.
+//  - the same for the XML encoding with either apostrophe, for every code point;
+//  - tag removal on the bytes equals its byte-at-a-time reference.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "htmlencoding.h"
+#include "htmltags.h"
 #include "markup_reference.h"
 #include "xmlencoding.h"
 
@@ -102,7 +104,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             in.push_back((mode & 2) ? c : c % 0x110000);
         }
     } else {
-        in = widen(std::string_view(reinterpret_cast<const char*>(data) + 1, size - 1));
+        const std::string_view bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
+        in = widen(bytes);
+        const std::string_view replacement = (mode & 2) ? "" : (mode & 4) ? " " : "<\">";
+        if (kxt::removeHTMLTags(bytes, replacement) !=
+            kxt::removeHTMLTagsPlain(bytes, replacement)) {
+            fail("tag removal differs from the byte loop", in);
+        }
     }
 
     // Decoding: safe on anything, never longer, the identity on text without "&".

@@ -172,6 +172,29 @@ TEST(RemoveHTMLTags, TextWithoutAngleBracketsIsUnchanged) {
     }
 }
 
+TEST(RemoveHTMLTags, RunsAgreeWithTheByteLoop) {
+    std::mt19937 rng(6);
+    const std::string pieces[] = {"<",
+                                  ">",
+                                  "\"",
+                                  "</",
+                                  "<b",
+                                  "a",
+                                  " ",
+                                  "x\xC3\xA9",
+                                  "plain text of some length, enough for a block",
+                                  std::string("\0", 1)};
+    for (int round = 0; round < 3000; ++round) {
+        std::string text;
+        for (size_t k = rng() % 30; k > 0; --k) text += pieces[rng() % 10];
+        for (const char* replacement : {"", " ", "--"}) {
+            ASSERT_EQ(kxt::removeHTMLTags(text, replacement),
+                      kxt::removeHTMLTagsPlain(text, replacement))
+                << visible(text) << " with '" << replacement << "'";
+        }
+    }
+}
+
 // ---- SQL booleans ------------------------------------------------------------------------------
 
 struct SQLCase {

@@ -12,6 +12,8 @@ namespace kxt {
 // attribute values may hold ">") and every stray ">". Each other byte inside a tag adds
 // `replacement` once. A "<" that starts no tag is text.
 std::string removeHTMLTags(std::string_view text, std::string_view replacement = {});
+// The same one byte at a time: the reference.
+std::string removeHTMLTagsPlain(std::string_view text, std::string_view replacement = {});
 
 }  // namespace kxt
 
