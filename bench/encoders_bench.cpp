@@ -192,20 +192,21 @@ void markup() {
                 Bytes in = corpus(c, n);
                 hostLoop(st, "EncodingToHTMLKXT", {text(*in)}, n);
             });
-        add("plain", "kxt::encodeHTML", corpusName(c), "htmlEncodeEntities|g_markup_escape_text",
-            kSizes, [c](auto& st, size_t n) {
-                Points in = utf32(c, n);
-                loop(st, n, [&] { return kxt::encodeHTML(*in, false).size(); });
+        // The plain rows are the UTF-8 forms, which the methods use on UTF-8 text.
+        add("plain", "kxt::encodeHTMLUTF8", corpusName(c),
+            "htmlEncodeEntities|g_markup_escape_text", kSizes, [c](auto& st, size_t n) {
+                Bytes in = corpus(c, n);
+                loop(st, n, [&] { return kxt::encodeHTMLUTF8(*in, false).size(); });
             });
         add("host", "EncodingToXMLKXT", corpusName(c), "xmlEncodeSpecialChars|g_markup_escape_text",
             kSizes, [c](auto& st, size_t n) {
                 Bytes in = corpus(c, n);
                 hostLoop(st, "EncodingToXMLKXT", {text(*in)}, n);
             });
-        add("plain", "kxt::encodeXML", corpusName(c), "xmlEncodeSpecialChars|g_markup_escape_text",
-            kSizes, [c](auto& st, size_t n) {
-                Points in = utf32(c, n);
-                loop(st, n, [&] { return kxt::encodeXML(*in, 0).size(); });
+        add("plain", "kxt::encodeXMLUTF8", corpusName(c),
+            "xmlEncodeSpecialChars|g_markup_escape_text", kSizes, [c](auto& st, size_t n) {
+                Bytes in = corpus(c, n);
+                loop(st, n, [&] { return kxt::encodeXMLUTF8(*in, 0).size(); });
             });
     }
     // No C library in Debian decodes references alone: libxml2's HTML parser decodes every
@@ -229,9 +230,9 @@ void markup() {
         Bytes in = corpus(Corpus::HTML, n);
         hostLoop(st, "DecodingFromXMLKXT", {text(*in)}, n);
     });
-    add("plain", "kxt::decodeHTML", "html", "htmlReadMemory", kSizes, [](auto& st, size_t n) {
-        Points in = utf32(Corpus::HTML, n);
-        loop(st, n, [&] { return kxt::decodeHTML(*in).size(); });
+    add("plain", "kxt::decodeHTMLUTF8", "html", "htmlReadMemory", kSizes, [](auto& st, size_t n) {
+        Bytes in = corpus(Corpus::HTML, n);
+        loop(st, n, [&] { return kxt::decodeHTMLUTF8(*in).size(); });
     });
     // ASCII text without markup characters, so the whole input is read (any byte above 127
     // ends the check at once).

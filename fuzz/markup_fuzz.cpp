@@ -7,6 +7,8 @@
 //    names an earlier name shadows (the decoder matches names by prefix) and what the encoder
 //    drops (controls, a leading byte order mark);
 //  - the same for the XML encoding with either apostrophe, for every code point;
+//  - the UTF-8 forms of the encoders, the decoder and the readiness tests equal the code-point
+//    forms on text they take (scalar values, no byte order marks);
 //  - tag removal on the bytes equals its byte-at-a-time reference.
 #include <cstdint>
 #include <cstdio>
@@ -19,6 +21,7 @@
 #include "htmlencoding.h"
 #include "htmltags.h"
 #include "markup_reference.h"
+#include "utf_reference.h"
 #include "xmlencoding.h"
 
 namespace {
@@ -154,6 +157,35 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         Text expected = kept(in);
         if (!expected.empty() && isByteOrderMark(expected[0])) expected.erase(expected.begin());
         if (kxt::decodeHTML(xml) != expected) fail("decoding does not undo XML encoding", in);
+    }
+
+    // The UTF-8 forms, on text that is theirs to take.
+    bool scalar = true;
+    for (uint32_t c : in) {
+        scalar &= c <= 0x10FFFF && !(c >= 0xD800 && c <= 0xDFFF) && !isByteOrderMark(c);
+    }
+    if (scalar) {
+        const std::string bytes = ref::utf8Of(in);
+        for (bool plain : {false, true}) {
+            if (kxt::encodeHTMLUTF8(bytes, plain).view() != kxt::encodeHTML(in, plain)) {
+                fail("UTF-8 HTML encoding differs", in);
+            }
+        }
+        if (kxt::decodeHTMLUTF8(bytes).view() != ref::utf8Of(kxt::decodeHTML(in))) {
+            fail("UTF-8 decoding differs", in);
+        }
+        for (int options : {0, 1}) {
+            if (kxt::encodeXMLUTF8(bytes, options).view() !=
+                ref::utf8Of(kxt::encodeXML(in, options))) {
+                fail("UTF-8 XML encoding differs", in);
+            }
+        }
+        Text wide = in;
+        wide.push_back(0);
+        if (kxt::utf8IsHTMLready(bytes) != kxt::StringIsHTMLready(wide.data()) ||
+            kxt::utf8IsXMLready(bytes) != kxt::StringIsXMLready(wide.data())) {
+            fail("UTF-8 readiness differs", in);
+        }
     }
 
     // The readiness tests agree with their definitions.

@@ -143,6 +143,28 @@ def base_method(what):
     return what.split("(", 1)[0]
 
 
+def plain_twin(results, i):
+    """The plain row beneath host row results[i]: a row already named as its `plain:` anchor,
+    else the first plain row on the same input and size registered after it, before the next
+    host row of another method (the benchmarks register a method's host and plain rows
+    together)."""
+    r = results[i]
+    for name in r.anchors:
+        if name.startswith("plain:"):
+            for p in results:
+                if (p.program, p.layer, p.what, p.input, p.size) == (
+                        r.program, "plain", name[len("plain:"):], r.input, r.size):
+                    return p
+    for p in results[i + 1:]:
+        if p.program != r.program:
+            break
+        if p.layer == "host" and base_method(p.what) != base_method(r.what):
+            break
+        if p.layer == "plain" and p.input == r.input and p.size == r.size:
+            return p
+    return None
+
+
 def targets(results, index):
     rows = []
 
@@ -169,6 +191,11 @@ def targets(results, index):
         for name, a in find_anchors(index, r):
             if is_library(name) and not name.startswith(("icu-", "iconv-")):
                 add("vs the library a user would call, end to end, 64 MiB", r, 1.0, anchor=a)
+    for i, r in enumerate(results):
+        if r.layer == "host" and r.size == "64MiB":
+            p = plain_twin(results, i)
+            if p is not None:
+                add("host path vs its plain function, 64 MiB", r, 0.6, anchor=p)
     for r in results:
         if r.size == "64MiB" and r.anchor.startswith("icu-") and r.layer in ("host", "plain"):
             add("composition / decomposition vs ICU", r, 1.0)

@@ -8,7 +8,9 @@
 #include <set>
 #include <string>
 
+#include "KxtTest.h"
 #include "markup_reference.h"
+#include "utf_reference.h"
 #include "xmlencoding.h"
 
 namespace {
@@ -367,6 +369,90 @@ TEST(HTMLProperty, IndexedLookupsAgreeWithTableScans) {
         for (size_t len = 1; len <= name.size(); ++len) {
             std::u32string ref = U"&" + widen(name.substr(0, len)) + U";";
             ASSERT_EQ(decode(ref), referenceDecode(ref)) << name.substr(0, len);
+        }
+    }
+}
+
+// ---- Well-formed UTF-8 read as it is ---------------------------------------------------------
+
+// Text the UTF-8 forms take: scalar values only, no byte order marks; controls and zeros now
+// and then, and ASCII runs long enough for the block steps.
+std::u32string wellFormedText(std::mt19937& rng) {
+    std::u32string out;
+    for (int pieces = int(rng() % 6); pieces >= 0; --pieces) {
+        out += randomText(rng, 24);
+        if (rng() % 3 == 0) out += std::u32string(rng() % 40, U"a<&;#x1"[rng() % 7]);
+        if (rng() % 8 == 0) out += char32_t(rng() % 32);
+    }
+    for (char32_t& c : out) {
+        if ((c >= 0xD800 && c <= 0xDFFF) || c == 0xFEFF || c == 0xFFFE) c = U'\u00E9';
+    }
+    return out;
+}
+
+std::string utf8(std::u32string_view s) {
+    return ref::utf8Of(points(s));
+}
+
+TEST(MarkupUTF8, AgreesWithTheCodePointForms) {
+    // References filling the whole window of ten code points, followed by more text.
+    const std::u32string fixed[] = {U"&thetasym;x", U"&#x1F600;y", U"&#0000065;z",
+                                    U"&thetasym",   U"a&w",        U"&\u00E9cute;"};
+    std::mt19937 rng(31);
+    for (int round = 0; round < 4000; ++round) {
+        const std::u32string in = round < 6 ? fixed[round] : wellFormedText(rng);
+        const std::string bytes = utf8(in);
+        for (bool plain : {false, true}) {
+            ASSERT_EQ(kxt::encodeHTMLUTF8(bytes, plain).view(), encode(in, plain)) << show(in);
+        }
+        ASSERT_EQ(kxt::decodeHTMLUTF8(bytes).view(), utf8(decode(in))) << show(in);
+        for (int options : {0, 1}) {
+            ASSERT_EQ(kxt::encodeXMLUTF8(bytes, options).view(), utf8(encodeXML(in, options)))
+                << show(in);
+        }
+        const std::u32string terminated = in + U'\0';
+        const auto* wide = reinterpret_cast<const uint32_t*>(terminated.c_str());
+        ASSERT_EQ(kxt::utf8IsHTMLready(bytes), kxt::StringIsHTMLready(wide)) << show(in);
+        ASSERT_EQ(kxt::utf8IsXMLready(bytes), kxt::StringIsXMLready(wide)) << show(in);
+    }
+}
+
+// The handlers read well-formed UTF-8 as it is and everything else through its wide form: a
+// text gives the same result (bytes, encoding, or the argument itself) either way.
+class MarkupMethods : public kxt_test::HostTest {};
+
+TEST_F(MarkupMethods, UTF8TextGivesWhatItsUTF16FormGives) {
+    using kxt_test::I;
+    using kxt_test::S;
+    std::mt19937 rng(32);
+    const struct {
+        const char* method;
+        int64_t options;
+    } calls[] = {{"EncodingToHTMLKXT", 0}, {"EncodingToHTMLKXT", 1},    {"EncodingToXMLKXT", 0},
+                 {"EncodingToXMLKXT", 1},  {"DecodingFromHTMLKXT", -1}, {"DecodingFromXMLKXT", -1}};
+    for (int round = 0; round < 600; ++round) {
+        std::u32string in = wellFormedText(rng);
+        if (round % 50 == 0) in = round % 100 ? U"" : U"ready text";
+        std::string bytes = utf8(in);
+        if (round % 40 == 1) bytes.insert(rng() % (bytes.size() + 1), "\xEF\xBB\xBF");  // a mark
+        bool complete = true;
+        const std::vector<uint16_t> units = ref::utf16Of(ref::decodeUTF8(bytes, &complete));
+        const std::string wide(reinterpret_cast<const char*>(units.data()), units.size() * 2);
+        for (const auto& c : calls) {
+            std::vector<xhost::Value> asUTF8{S(bytes)}, asUTF16{S(wide, kREALTextEncodingUTF16)};
+            if (c.options >= 0) {
+                asUTF8.push_back(I(c.options));
+                asUTF16.push_back(I(c.options));
+            }
+            const xhost::Value a = call(c.method, asUTF8), b = call(c.method, asUTF16);
+            ASSERT_EQ(a.bytes(), b.isNil()           ? ""
+                                 : b.bytes() == wide ? bytes
+                                                     : b.bytes())
+                << c.method << " " << show(in);
+            ASSERT_EQ(a.isNil(), b.isNil()) << c.method << " " << show(in);
+            if (!a.isNil() && a.bytes() != bytes) {
+                ASSERT_EQ(a.encoding(), b.encoding()) << c.method << " " << show(in);
+            }
         }
     }
 }

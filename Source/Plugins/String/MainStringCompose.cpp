@@ -18,6 +18,7 @@
 #include "rbstring.h"
 #include "simd.h"
 #include "utf8.h"
+#include "utf8input.h"
 
 namespace {
 
@@ -462,27 +463,17 @@ REALstring buildUTF16(const std::vector<uint16_t>& units) {
 
 }  // namespace
 
-// On hosts that convert a UTF-16 result to UTF-8, well-formed UTF-8 (or ASCII) input is
-// worked on as it is and the UTF-8 result written directly: the same text as the UTF-16 way
-// (whose form of such input is its code points less U+FEFF and U+FFFE), without the two
-// conversions and the UTF-16 copy in the host. The debug log names UTF-16 steps, so it keeps
-// that way. Returns false when the input does not qualify.
+// Well-formed UTF-8 (or ASCII) input is worked on as it is and the UTF-8 result written
+// directly: the same text as the UTF-16 way (which also drops the marks), without the two
+// conversions and the UTF-16 copy in the host. Returns false when the input does not qualify.
 template <typename Convert>
 bool convertUTF8Directly(REALstring text, size_t (*room)(size_t), Convert convert,
                          REALstring& result) {
-    if (gHostVersion < 2012.0 || gDebugging) return false;
-    const uint32_t encoding = REALGetStringEncoding(text);
-    if (encoding != kREALTextEncodingUTF8 && encoding != kREALTextEncodingASCII) return false;
     rbData in(text);
     const std::string_view bytes = in.view();
-    const size_t n = bytes.size();
-    // Both ways give nil for results too long for a host string; the UTF-16 way decides.
-    if (n > size_t(kMaxHostLength) / 4) return false;
-    if (encoding == kREALTextEncodingASCII ? !IsASCII(bytes.data(), int64_t(n))
-                                           : kxt::wellFormedPrefixLength(bytes) != n) {
-        return false;
-    }
-    RawBytes out(room(n));
+    // The same length limit as before: past it the UTF-16 way decides what too long gives.
+    if (!kxt::readsAsUTF8(text, bytes, false, 4)) return false;
+    RawBytes out(room(bytes.size()));
     out.setSize(convert(bytes, out.data()));
     result = REALBuildUnicodeString(out.view(), kREALTextEncodingUTF8);
     return true;

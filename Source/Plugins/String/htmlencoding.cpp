@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstring>
 
 #include "MyMemory.h"
 #include "REALplugin.h"
@@ -10,6 +11,8 @@
 #include "rbText.h"
 #include "rbUtil.h"
 #include "simd.h"
+#include "utf8.h"
+#include "utf8input.h"
 
 namespace kxt {
 
@@ -113,10 +116,30 @@ struct FirstLetterIndex {
 };
 constexpr FirstLetterIndex kByFirstLetter;
 
-void appendEntity(std::string& out, const char* name) {
-    out += '&';
-    out += name;
-    out += ';';
+// The most encodeHTML writes for one code point: "&#-2147483648;" (a value beyond Unicode
+// reads as a signed 32-bit number; from well-formed UTF-8 at most "&#1114111;").
+constexpr size_t kMaxHTMLPerCodePoint = 14;
+
+// What encodeHTML makes of code point c, written at w; gives the end of what was written.
+char* writeHTML(char* w, uint32_t c, bool plain) {
+    auto put = [&w](std::string_view s) {
+        std::memcpy(w, s.data(), s.size());
+        w += s.size();
+    };
+    if (c == 39 && !plain) {
+        put("&#39;");  // the numeric form: "&apos;" is not HTML 4.01
+    } else if (c <= kMaxEntityCode && kEntityByCode[c] != 0 && !(plain && c < 128)) {
+        *w++ = '&';
+        put(HTMLEntityTable[kEntityByCode[c] - 1].name);
+        *w++ = ';';
+    } else if (c > 127) {
+        put("&#");
+        w = std::to_chars(w, w + 11, int32_t(c)).ptr;
+        *w++ = ';';
+    } else if (c >= 32 || c == 9 || c == 10 || c == 13) {
+        *w++ = char(c);
+    }
+    return w;
 }
 
 // The code point of a named reference (the n characters between "&" and ";"), or 0.
@@ -233,25 +256,74 @@ std::string encodeHTML(std::span<const uint32_t> text, bool plain) {
     std::string out;
     ReserveLarge(out, text.size() * 4 + 4096);
     for (uint32_t c : text) {
-        if (c == 39 && !plain) {
-            // The numeric form: "&apos;" is not HTML 4.01.
-            out += "&#39;";
-            continue;
-        }
-        if (c <= kMaxEntityCode && kEntityByCode[c] != 0 && !(plain && c < 128)) {
-            appendEntity(out, HTMLEntityTable[kEntityByCode[c] - 1].name);
-        } else if (c > 127) {
-            char digits[24];
-            auto end = std::to_chars(digits, digits + sizeof digits, int32_t(c)).ptr;
-            out += "&#";
-            out.append(digits, end);
-            out += ';';
-        } else if (c >= 32 || c == 9 || c == 10 || c == 13) {
-            out += char(c);
-        }
+        char step[kMaxHTMLPerCodePoint];
+        out.append(step, writeHTML(step, c, plain));
     }
     return out;
 }
+
+RawBytes encodeHTMLUTF8(std::string_view utf8, bool plain) {
+    using S = simd::Native;
+    const size_t n = utf8.size();
+    // Six bytes at most per input byte ("&quot;"); a two-byte sequence gives at most ten.
+    RawBytes out(6 * n + 16);
+    char* w = out.data();
+    const auto* p = reinterpret_cast<const uint8_t*>(utf8.data());
+    // Bytes copied as they are: printable ASCII other than the markup characters.
+    const S::V space = S::splat8(' '), quote = S::splat8('"'), amp = S::splat8('&'),
+               apos = S::splat8('\''), lt = S::splat8('<'), gt = S::splat8('>');
+    size_t i = 0;
+    while (i < n) {
+        if (i + 16 <= n) {
+            const S::V x = S::load(p + i);
+            // Below 32 as a signed byte also takes every byte of 128 or more.
+            const S::V stop =
+                S::or_(S::or_(S::lt8(x, space), S::or_(S::eq8(x, quote), S::eq8(x, amp))),
+                       S::or_(S::eq8(x, apos), S::or_(S::eq8(x, lt), S::eq8(x, gt))));
+            const unsigned k = S::first(stop);
+            S::store(w, x);
+            w += k;
+            i += k;
+            if (k == 16) continue;
+        }
+        const utf8::CodePoint c = utf8::decodeValid(p + i);
+        w = writeHTML(w, c.value, plain);
+        i += c.length;
+    }
+    out.setSize(size_t(w - out.data()));
+    return out;
+}
+
+namespace {
+
+struct Reference {
+    uint32_t code;  // 0: none
+    size_t length;  // code points from the "&" through the ";" (one more at the end of a text)
+};
+
+// The reference at the "&" that starts `window`, which holds the ten code points from there,
+// or fewer where the text ends. It runs to the first ";" or the end of the text within 8
+// characters.
+Reference referenceAt(std::span<const uint32_t> window) {
+    const size_t m = window.size();
+    if (m < 2 || window[1] == ';') return {0, 0};
+    size_t n = 0;
+    for (size_t k = 2; k <= 9; ++k) {
+        if (k == m || window[k] == ';') {
+            n = k - 1;
+            break;
+        }
+    }
+    if (n == 0) return {0, 0};
+    const auto ref = window.subspan(1, n);
+    uint32_t code = namedReference(ref);
+    if (code == 0 && ref[0] == '#') code = numericReference(ref);
+    return {code, n + 2};
+}
+
+constexpr size_t kReferenceWindow = 10;
+
+}  // namespace
 
 std::vector<uint32_t> decodeHTML(std::span<const uint32_t> text) {
     if (!text.empty() && (text[0] == 0xFEFF || text[0] == 0xFFFE)) text = text.subspan(1);
@@ -261,24 +333,13 @@ std::vector<uint32_t> decodeHTML(std::span<const uint32_t> text) {
     size_t i = 0;
     while (i < count) {
         const uint32_t c = text[i];
-        if (c == '&' && i + 1 < count && text[i + 1] != ';') {
-            // The reference runs to the first ";" or the end of the text within 8 characters.
-            size_t n = 0;
-            for (size_t k = 2; k <= 9; ++k) {
-                if (i + k == count || text[i + k] == ';') {
-                    n = k - 1;
-                    break;
-                }
-            }
-            if (n != 0) {
-                auto ref = text.subspan(i + 1, n);
-                uint32_t code = namedReference(ref);
-                if (code == 0 && ref[0] == '#') code = numericReference(ref);
-                if (code != 0) {
-                    out.push_back(code);
-                    i += n + 2;
-                    continue;
-                }
+        if (c == '&') {
+            const Reference ref =
+                referenceAt(text.subspan(i, std::min(kReferenceWindow, count - i)));
+            if (ref.code != 0) {
+                out.push_back(ref.code);
+                i += ref.length;
+                continue;
             }
         }
         out.push_back(c);
@@ -287,18 +348,93 @@ std::vector<uint32_t> decodeHTML(std::span<const uint32_t> text) {
     return out;
 }
 
+RawBytes decodeHTMLUTF8(std::string_view utf8) {
+    const size_t n = utf8.size();
+    // A reference's UTF-8 is never longer than its text, except "&w" ending a text (U+2118).
+    RawBytes out(n + 8);
+    char* w = out.data();
+    const auto* p = reinterpret_cast<const uint8_t*>(utf8.data());
+    size_t i = 0;
+    while (i < n) {
+        const void* amp = std::memchr(p + i, '&', n - i);
+        const size_t next = amp ? size_t(static_cast<const uint8_t*>(amp) - p) : n;
+        std::memcpy(w, p + i, next - i);
+        w += next - i;
+        i = next;
+        if (i == n) break;
+        // The window of code points from the "&", and where each starts.
+        uint32_t window[kReferenceWindow];
+        size_t offsets[kReferenceWindow + 1];
+        size_t m = 0, at = i;
+        for (; m < kReferenceWindow && at < n; ++m) {
+            const utf8::CodePoint c = utf8::decodeValid(p + at);
+            window[m] = c.value;
+            offsets[m] = at;
+            at += c.length;
+        }
+        offsets[m] = at;
+        const Reference ref = referenceAt(std::span<const uint32_t>(window, m));
+        if (ref.code != 0) {
+            w = utf8::encode(w, ref.code);
+            i = ref.length <= m ? offsets[ref.length] : n;
+        } else {
+            *w++ = '&';
+            ++i;
+        }
+    }
+    out.setSize(size_t(w - out.data()));
+    return out;
+}
+
+}  // namespace kxt
+
+namespace {
+
+// StringIsHTMLready / StringIsXMLready on well-formed UTF-8 without byte order marks: the code
+// points up to the first zero, looked at byte by byte (a byte of 128 or more is part of a code
+// point above 127).
+bool utf8IsReady(std::string_view utf8, bool nonASCIIAllowed) {
+    for (const char b : utf8) {
+        if (b == 0) break;
+        if (isMarkup(uint8_t(b)) || (uint8_t(b) >= 128 && !nonASCIIAllowed)) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+namespace kxt {
+
+bool utf8IsHTMLready(std::string_view utf8) {
+    return utf8IsReady(utf8, false);
+}
+
+bool utf8IsXMLready(std::string_view utf8) {
+    return utf8IsReady(utf8, true);
+}
+
 }  // namespace kxt
 
 REALstring EncodingToHTML(REALstring s, RBInteger options) {
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         if (s == nullptr) return nullptr;
+        const bool plain = (options & 1) != 0;
+        if (rbData in(s); kxt::readsAsUTF8(s, in.view(), true, 4)) {
+            if (in.size == 0) return nullptr;
+            if (kxt::utf8IsHTMLready(in.view())) {
+                REALLockString(s);
+                return s;
+            }
+            return REALBuildUnicodeString(kxt::encodeHTMLUTF8(in.view(), plain).view(),
+                                          kREALTextEncodingASCII);
+        }
         rbText text(s);
         if (text.LengthUTF32() == 0) return nullptr;
         if (kxt::StringIsHTMLready(text.GetUTF32())) {
             REALLockString(s);
             return s;
         }
-        std::string out = kxt::encodeHTML(text.utf32(), (options & 1) != 0);
+        std::string out = kxt::encodeHTML(text.utf32(), plain);
         if (out.empty()) return nullptr;
         return CString2RB(out.c_str(), kREALTextEncodingASCII);
     });
@@ -307,6 +443,11 @@ REALstring EncodingToHTML(REALstring s, RBInteger options) {
 REALstring DecodingToHTML(REALstring s) {
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         if (s == nullptr) return nullptr;
+        // The UTF-32 result holds at most one code point per input byte.
+        if (rbData in(s); kxt::readsAsUTF8(s, in.view(), true, 4)) {
+            return REALBuildUnicodeString(kxt::decodeHTMLUTF8(in.view()).view(),
+                                          kREALTextEncodingUTF8);
+        }
         rbText text(s);
         std::vector<uint32_t> out = kxt::decodeHTML(text.utf32());
         return REALBuildUnicodeString(out.data(), int64_t(out.size() * sizeof(uint32_t)),

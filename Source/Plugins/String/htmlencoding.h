@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "MyMemory.h"
 #include "XojoPluginABI.h"
 
 namespace kxt {
@@ -45,6 +46,14 @@ std::string encodeHTML(std::span<const uint32_t> text, bool plain);
 // Named (prefix-matched), "&#N;" and "&#xH;" references of at most 8 characters between "&"
 // and ";" (or the end of the text); anything that does not decode stays as it is.
 std::vector<uint32_t> decodeHTML(std::span<const uint32_t> text);
+
+// The same on well-formed UTF-8 holding no byte order mark (such text is its own code points),
+// with the result as UTF-8: what the handlers use on such strings. The code-point forms above
+// are their references.
+RawBytes encodeHTMLUTF8(std::string_view utf8, bool plain);
+RawBytes decodeHTMLUTF8(std::string_view utf8);
+bool utf8IsHTMLready(std::string_view utf8);  // up to the first zero byte, as above
+bool utf8IsXMLready(std::string_view utf8);
 
 }  // namespace kxt
 

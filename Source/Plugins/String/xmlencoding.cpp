@@ -1,5 +1,6 @@
 #include "xmlencoding.h"
 
+#include <cstring>
 #include <string>
 
 #include "MyMemory.h"
@@ -8,6 +9,8 @@
 #include "rbException.h"
 #include "rbText.h"
 #include "rbUtil.h"
+#include "simd.h"
+#include "utf8input.h"
 
 namespace kxt {
 
@@ -70,6 +73,49 @@ std::vector<uint32_t> encodeXML(std::span<const uint32_t> text, RBInteger option
     return out;
 }
 
+RawBytes encodeXMLUTF8(std::string_view utf8, RBInteger options) {
+    using S = simd::Native;
+    const size_t n = utf8.size();
+    const bool namedApostrophe = (options & 1) != 0;
+    RawBytes out(6 * n + 16);  // "&quot;" and "&apos;" are the longest
+    char* w = out.data();
+    const char* p = utf8.data();
+    // Bytes copied as they are: all but controls and the markup characters.
+    const S::V space = S::splat8(' '), quote = S::splat8('"'), amp = S::splat8('&'),
+               apos = S::splat8('\''), lt = S::splat8('<'), gt = S::splat8('>');
+    auto put = [&w](std::string_view s) {
+        std::memcpy(w, s.data(), s.size());
+        w += s.size();
+    };
+    size_t i = 0;
+    while (i < n) {
+        if (i + 16 <= n) {
+            const S::V x = S::load(p + i);
+            // Controls: below 32 as unsigned bytes, so not negative as signed ones.
+            const S::V control = S::andNot(S::lt8(x, S::zero()), S::lt8(x, space));
+            const S::V stop = S::or_(S::or_(control, S::or_(S::eq8(x, quote), S::eq8(x, amp))),
+                                     S::or_(S::eq8(x, apos), S::or_(S::eq8(x, lt), S::eq8(x, gt))));
+            const unsigned k = S::first(stop);
+            S::store(w, x);
+            w += k;
+            i += k;
+            if (k == 16) continue;
+        }
+        const uint8_t c = uint8_t(p[i++]);
+        if (c == 39 && !namedApostrophe) {
+            put("&#39;");
+        } else if (const EntityRecord* entity = xmlEntity(c)) {
+            *w++ = '&';
+            put(entity->name);
+            *w++ = ';';
+        } else if (keptControl(c)) {
+            *w++ = char(c);
+        }
+    }
+    out.setSize(size_t(w - out.data()));
+    return out;
+}
+
 bool StringIsXMLready(const uint32_t* text) {
     if (text == nullptr) return true;
     for (; *text != 0; ++text) {
@@ -83,6 +129,16 @@ bool StringIsXMLready(const uint32_t* text) {
 REALstring EncodingToXML(REALstring s, RBInteger options) {
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         if (s == nullptr) return nullptr;
+        // The UTF-32 result holds at most six code points per input byte.
+        if (rbData in(s); kxt::readsAsUTF8(s, in.view(), true, 24)) {
+            if (in.size == 0) return nullptr;
+            if (kxt::utf8IsXMLready(in.view())) {
+                REALLockString(s);
+                return s;
+            }
+            return REALBuildUnicodeString(kxt::encodeXMLUTF8(in.view(), options).view(),
+                                          kREALTextEncodingUTF8);
+        }
         rbText text(s);
         if (text.LengthUTF32() == 0) return nullptr;
         if (kxt::StringIsXMLready(text.GetUTF32())) {

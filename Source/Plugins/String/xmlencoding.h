@@ -24,6 +24,8 @@ bool StringIsXMLready(const uint32_t* text);
 // tab, LF and CR are dropped, every other code point is kept. A leading byte order mark is
 // dropped.
 std::vector<uint32_t> encodeXML(std::span<const uint32_t> text, RBInteger options);
+// The same on well-formed UTF-8 holding no byte order mark, with the result as UTF-8.
+RawBytes encodeXMLUTF8(std::string_view utf8, RBInteger options);
 
 }  // namespace kxt
 
