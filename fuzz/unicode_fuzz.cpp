@@ -1,7 +1,7 @@
 // Composition and decomposition straight on UTF-8 against the UTF-16 way, which is the
 // reference: for the well-formed part of any bytes, the UTF-8 forms must give exactly the UTF-8
 // of what the UTF-16 forms give for its UTF-16 form (code points less U+FEFF and U+FFFE), and
-// stay within the room they ask for.
+// stay within the room they ask for. Accent removal on UTF-8 likewise, with and without case.
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "MainStringCompose.h"
+#include "RemoveAccents.h"
 #include "rbstring.h"
 #include "utf_reference.h"
 
@@ -25,6 +26,11 @@ void check(std::string_view text, size_t room, size_t (*convert)(std::string_vie
 
 }  // namespace
 
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    InitTable();
+    return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string_view bytes(reinterpret_cast<const char*>(data), size);
     bytes = bytes.substr(0, kxt::wellFormedPrefixLength(bytes));
@@ -36,5 +42,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
           ref::utf8Of(ref::codePointsOf(kxt::composeUTF16(units))));
     check(bytes, kxt::decomposedUTF8Room(bytes.size()), kxt::decomposeUTF8,
           ref::utf8Of(ref::codePointsOf(kxt::decomposeUTF16(units))));
+    for (bool ignoreCase : {false, true}) {
+        if (kxt::removeAccentsUTF8(bytes, ignoreCase).view() !=
+            ref::utf8Of(ref::codePointsOf(kxt::removeAccentsUTF16(units, ignoreCase)))) {
+            abort();
+        }
+    }
     return 0;
 }

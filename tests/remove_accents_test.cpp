@@ -2,11 +2,13 @@
 // host (in a built application and in the IDE, where the table is never built).
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 #include <vector>
 
 #include "KxtTest.h"
 #include "RemoveAccents.h"
+#include "utf_reference.h"
 
 using namespace kxt_test;
 
@@ -87,6 +89,54 @@ TEST_F(RemoveAccents, MapsEveryOtherUnitThroughTheTable) {
     }
 }
 
+// What the UTF-8 form relies on.
+TEST_F(RemoveAccents, TableLeavesASCIIAndSurrogatesAloneAndMakesNoSurrogate) {
+    for (uint32_t u = 0; u < 65536; ++u) {
+        const bool surrogate = u >= 0xD800 && u <= 0xDFFF;
+        if (u < 0x80 || surrogate) {
+            ASSERT_EQ(AccentTable[u], u) << std::hex << u;
+        } else {
+            ASSERT_FALSE(AccentTable[u] >= 0xD800 && AccentTable[u] <= 0xDFFF) << std::hex << u;
+        }
+    }
+}
+
+// Random text of ASCII runs, overridden and spelled-out characters, marks, byte order marks and
+// supplementary code points.
+std::vector<uint32_t> randomPoints(std::mt19937& rng) {
+    static const uint32_t pieces[] = {'a',    'z',    'Q',     ' ',      0xC0,   0xE9,
+                                      0xBD,   0xC6,   0xE6,    0x301,    0x36F,  0x2152,
+                                      0x2189, 0xFF41, 0x1F48,  0x3C9,    0xFEFF, 0xFFFE,
+                                      0x2019, 0xA0,   0x1F600, 0x10FFFF, 0};
+    std::vector<uint32_t> points;
+    for (size_t k = rng() % 40; k > 0; --k) {
+        if (rng() % 4 == 0) {
+            points.insert(points.end(), rng() % 40, uint32_t("abcXYZ 09"[rng() % 9]));
+        } else {
+            points.push_back(pieces[rng() % std::size(pieces)]);
+        }
+    }
+    return points;
+}
+
+TEST_F(RemoveAccents, UTF8FormAgreesWithTheUTF16Form) {
+    std::mt19937 rng(12);
+    for (int round = 0; round < 3000; ++round) {
+        const std::vector<uint32_t> points = randomPoints(rng);
+        const std::string bytes = ref::utf8Of(points);
+        std::vector<uint32_t> unmarked;
+        for (uint32_t c : points) {
+            if (c != 0xFEFF && c != 0xFFFE) unmarked.push_back(c);
+        }
+        for (bool ignoreCase : {false, true}) {
+            ASSERT_EQ(kxt::removeAccentsUTF8(bytes, ignoreCase).view(),
+                      ref::utf8Of(ref::codePointsOf(
+                          kxt::removeAccentsUTF16(ref::utf16Of(unmarked), ignoreCase))))
+                << testing::PrintToString(bytes) << " ignoreCase " << ignoreCase;
+        }
+    }
+}
+
 // ---- Through the host ---------------------------------------------------------------------------
 
 constexpr const char* kRemoveAccents = "RemoveAccentsKXT";
@@ -118,6 +168,27 @@ TEST_F(RemoveAccentsMethod, NilAndEmptyGiveNil) {
     EXPECT_TRUE(call(kRemoveAccents, {S(""), B(true)}).isNil());
     // Only a combining mark: nothing is left.
     EXPECT_TRUE(call(kRemoveAccents, {S("\xCC\x81")}).isNil());
+}
+
+TEST_F(RemoveAccentsMethod, UTF8TextGivesWhatItsUTF16FormGives) {
+    std::mt19937 rng(13);
+    for (int round = 0; round < 300; ++round) {
+        const std::vector<uint32_t> points = randomPoints(rng);
+        // The UTF-16 form of UTF-8 text has no byte order marks anywhere.
+        bool complete = true;
+        const std::vector<uint16_t> units =
+            ref::utf16Of(ref::decodeUTF8(ref::utf8Of(points), &complete));
+        const std::string utf16(reinterpret_cast<const char*>(units.data()), units.size() * 2);
+        for (bool ignoreCase : {false, true}) {
+            const Value a = call(kRemoveAccents, {S(ref::utf8Of(points)), B(ignoreCase)});
+            const Value b = call(kRemoveAccents, {S(utf16, kREALTextEncodingUTF16), B(ignoreCase)});
+            ASSERT_EQ(a.isNil(), b.isNil());
+            ASSERT_EQ(a.bytes(), b.bytes()) << testing::PrintToString(a.bytes());
+            if (!a.isNil()) {
+                ASSERT_EQ(a.encoding(), b.encoding());
+            }
+        }
+    }
 }
 
 // The table is built only when the plugin starts inside a built application; in the IDE every

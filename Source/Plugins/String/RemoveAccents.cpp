@@ -1,12 +1,23 @@
 #include "RemoveAccents.h"
 
+#include <atomic>
+#include <cstring>
+
 #include "MyMemory.h"
 #include "UnicodeTables.h"
+#include "rbData.h"
 #include "rbException.h"
 #include "rbText.h"
 #include "rbUtil.h"
+#include "simd.h"
+#include "utf8.h"
+#include "utf8input.h"
 
 uint16_t AccentTable[65536];
+
+namespace {
+std::atomic<bool> gTableBuilt{false};
+}
 
 void InitTable() {
     for (size_t i = 0; i < 65536; ++i) AccentTable[i] = uint16_t(i);
@@ -15,6 +26,11 @@ void InitTable() {
             AccentTable[unit] = kxt::AccentOverrideValues[range.valueIndex + (unit - range.first)];
         }
     }
+    gTableBuilt.store(true, std::memory_order_release);
+}
+
+bool AccentTableBuilt() {
+    return gTableBuilt.load(std::memory_order_acquire);
 }
 
 namespace {
@@ -105,11 +121,67 @@ std::vector<uint16_t> removeAccentsUTF16(std::span<const uint16_t> text, bool ig
     return out;
 }
 
+RawBytes removeAccentsUTF8(std::string_view utf8, bool ignoreCase) {
+    using S = simd::Native;
+    const size_t n = utf8.size();
+    // At most three bytes per input byte (a spelled-out fraction: four from three).
+    RawBytes out(3 * n + 16);
+    char* w = out.data();
+    const auto* p = reinterpret_cast<const uint8_t*>(utf8.data());
+    const S::V beforeA = S::splat8('a' - 1), afterZ = S::splat8('z' + 1), caseBit = S::splat8(32);
+    auto ascii = [ignoreCase](uint32_t c) {
+        return char(ignoreCase && c >= 'a' && c <= 'z' ? c - 32 : c);
+    };
+    size_t i = 0;
+    while (i < n) {
+        if (i + 16 <= n) {
+            // ASCII maps to itself: runs are copied, upper-cased on the way when asked.
+            S::V x = S::load(p + i);
+            const unsigned k = S::first(S::lt8(x, S::zero()));
+            if (ignoreCase) {
+                const S::V lower = S::and_(S::gt8(x, beforeA), S::lt8(x, afterZ));
+                x = S::sub8(x, S::and_(lower, caseBit));
+            }
+            S::store(w, x);
+            w += k;
+            i += k;
+            if (k == 16) continue;
+        }
+        const utf8::CodePoint c = utf8::decodeValid(p + i);
+        i += c.length;
+        if (c.value < 0x80) {
+            *w++ = ascii(c.value);
+        } else if (c.value >= 0x10000) {
+            // Both surrogate units map to themselves.
+            std::memcpy(w, p + i - 4, 4);
+            w += 4;
+        } else if (c.value == 0xFEFF || c.value == 0xFFFE || isCombiningMark(uint16_t(c.value))) {
+            continue;  // the marks are not in the UTF-16 form
+        } else if (const char* spelled = spelledOut(uint16_t(c.value))) {
+            for (; *spelled != 0; ++spelled) *w++ = ascii(uint8_t(*spelled));
+        } else {
+            const uint16_t mapped = AccentTable[c.value];
+            if (mapped < 0x80) {
+                *w++ = ascii(mapped);
+            } else {
+                w = utf8::encode(w, mapped);
+            }
+        }
+    }
+    out.setSize(size_t(w - out.data()));
+    return out;
+}
+
 }  // namespace kxt
 
 REALstring RemoveAccentsKXT(REALstring text, RBBoolean IgnoreCase) {
     return HandlerBoundary<REALstring>(nullptr, [&]() -> REALstring {
         if (text == nullptr) return nullptr;
+        // The UTF-16 result holds at most two units per input byte.
+        if (rbData in(text); AccentTableBuilt() && kxt::readsAsUTF8(text, in.view(), false, 4)) {
+            return REALBuildUnicodeString(kxt::removeAccentsUTF8(in.view(), IgnoreCase).view(),
+                                          kREALTextEncodingUTF8);
+        }
         rbText t(text);
         // The unit count is read as a signed 32-bit number, as it always was.
         const int32_t count = int32_t(t.LengthUTF16());
