@@ -62,6 +62,7 @@ void rbText::reset() {
     encoding_ = kREALTextEncodingASCII;
     kind_ = kPureASCII;
     failed_ = false;
+    asciiPending_ = false;
     ascii_ = kEmpty8;
     utf8_ = kEmpty8;
     utf16_ = kEmpty16;
@@ -113,11 +114,13 @@ void rbText::SetText(REALstring s) {
         case kREALTextEncodingASCII:
             kind_ = kEightBit;
             shareBytes(true);
-            break;
+            asciiPending_ = true;
+            return;
         case kREALTextEncodingUTF8:
             kind_ = kEightBit;
             shareBytes(false);
-            break;
+            asciiPending_ = true;
+            return;
         case kREALTextEncodingISOLatin1:
         case kREALTextEncodingWindowsLatin1:
         case kREALTextEncodingMacRoman:
@@ -200,6 +203,7 @@ void rbText::makeNarrow(bool utf8) {
 }
 
 const char* rbText::GetASCII() {
+    decideKind();
     if (asciiLength_ < 0) makeNarrow(false);
     return ascii_;
 }
@@ -349,6 +353,7 @@ void rbText::decodeUTF8(bool toUTF32) {
 }
 
 void rbText::makeUTF16() {
+    decideKind();
     utf16_ = kEmpty16;
     utf16Length_ = 0;
     if (kind_ == kPureASCII) {
@@ -372,6 +377,7 @@ void rbText::makeUTF16() {
 }
 
 void rbText::makeUTF32() {
+    decideKind();
     utf32_ = kEmpty32;
     utf32Length_ = 0;
     if (kind_ == kPureASCII) {

@@ -40,13 +40,24 @@ class rbText {
 
     REALstring string() const { return string_; }
     uint32_t encoding() const { return encoding_; }
-    Kind kind() const { return kind_; }
+    Kind kind() {
+        decideKind();
+        return kind_;
+    }
     bool failed() const { return failed_; }
 
   private:
     void reset();
     void release() noexcept;
     void checkASCII();
+    // UTF-8 and ASCII strings are read as they are: whether they are pure ASCII (a pass over
+    // the bytes) is found out only when a form or the kind needs it.
+    void decideKind() {
+        if (asciiPending_) {
+            asciiPending_ = false;
+            checkASCII();
+        }
+    }
     // Copies the string converted by the host into an owned, zero-terminated buffer.
     bool fromHost(uint32_t encoding, int unitSize, void*& owned, int64_t& units);
     void makeNarrow(bool utf8);
@@ -62,6 +73,7 @@ class rbText {
     uint32_t encoding_;
     Kind kind_;
     bool failed_;
+    bool asciiPending_;
     const char* ascii_;
     const char* utf8_;
     const uint16_t* utf16_;
