@@ -101,6 +101,11 @@ void hostLoop(benchmark::State& state, std::string_view method,
             state.SkipWithError((std::string(method) + " gave nil").c_str());
             return;
         }
+        // The result's size, from which the report derives what a call must move.
+        using T = xhost::Value::Type;
+        if (!r.value.isNil() && (r.value.type() == T::String || r.value.type() == T::MemoryBlock)) {
+            state.counters["out_bytes"] = double(r.value.bytes().size());
+        }
     }
     for ([[maybe_unused]] auto _ : state) {
         xhost::CallResult r = h.call(method, args);
