@@ -48,7 +48,7 @@ void addDistance(const std::string& layer, const std::string& what, const std::s
 }
 
 const int registered = [] {
-    for (size_t count : {256, 2000, 10000, 20000}) {
+    for (size_t count : std::initializer_list<size_t>{256, 2000, 10000, 20000}) {
         addDistance("host", "LevenshteinDistanceKXT", "full-matrix", count,
                     [](auto& st, const Points32& a, const Points32& b) {
                         hostLoop(st, "LevenshteinDistanceKXT", {text(utf8Of(a)), text(utf8Of(b))},

@@ -89,7 +89,7 @@ void generator() {
                 r.size = s.size;
                 r.bold = s.bold;
                 r.italic = s.italic;
-                r.alignment = rng() % 3;
+                r.alignment = int64_t(rng() % 3);
                 runs.push_back(r);
             }
             loop(st, n, [&] { return GenerateRTF(runs).size(); });

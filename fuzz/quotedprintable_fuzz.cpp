@@ -14,6 +14,7 @@
 #include <string>
 #include <string_view>
 
+#include "ByteView.h"
 #include "quotedprintable.h"
 
 namespace {
@@ -21,7 +22,7 @@ namespace {
 [[noreturn]] void fail(const char* what, std::string_view in, int64_t lineLen) {
     fprintf(stderr, "quotedprintable_fuzz: %s; line length %lld, input:", what,
             static_cast<long long>(lineLen));
-    for (unsigned char c : in) fprintf(stderr, " %02X", c);
+    for (const uint8_t c : kxt::unsignedBytes(in)) fprintf(stderr, " %02X", c);
     fprintf(stderr, "\n");
     abort();
 }

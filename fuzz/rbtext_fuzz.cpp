@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "ByteView.h"
 #include "REALplugin.h"
 #include "XojoHost.h"
 #include "rbDebug.h"
@@ -35,7 +36,7 @@ uint32_t gEncoding = 0;
 
 [[noreturn]] void fail(const char* what) {
     fprintf(stderr, "rbtext_fuzz: %s; encoding 0x%X, bytes:", what, gEncoding);
-    for (unsigned char c : gBytes) fprintf(stderr, " %02X", c);
+    for (const uint8_t c : kxt::unsignedBytes(gBytes)) fprintf(stderr, " %02X", c);
     fprintf(stderr, "\n");
     abort();
 }
@@ -101,7 +102,7 @@ void checkText(uint8_t order) {
     }
 
     bool pureASCII = true;
-    for (unsigned char c : gBytes) pureASCII &= c < 0x80;
+    for (const uint8_t c : kxt::unsignedBytes(gBytes)) pureASCII &= c < 0x80;
     if (isEightBit(gEncoding) && pureASCII) {
         if (ascii != gBytes || utf8 != gBytes)
             fail("pure ASCII is not its own ASCII and UTF-8 form");

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "ByteView.h"
 #include "RTFRead.h"
 #include "RTFWrite.h"
 
@@ -32,7 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         } else if (r.bytes.find('\0') != std::string::npos) {
             abort();
         } else {
-            for (unsigned char c : r.bytes) units.push_back(c);
+            for (const uint8_t c : kxt::unsignedBytes(r.bytes)) units.push_back(c);
         }
         texts.push_back(std::move(units));
     }

@@ -207,7 +207,7 @@ bool eachUTF32(std::string_view b, bool big, Sink&& sink) {
     if (b.size() % 4 != 0) return false;
     for (size_t i = 0; i < b.size(); i += 4) {
         char32_t c = 0;
-        for (int k = 0; k < 4; ++k) {
+        for (size_t k = 0; k < 4; ++k) {
             auto byte = static_cast<unsigned char>(b[i + (big ? k : 3 - k)]);
             c = c << 8 | byte;
         }
@@ -263,7 +263,7 @@ std::string encodeIconv(std::u32string_view text, const char* charset) {
     std::string in(text.size() * 4, '\0');
     for (size_t i = 0; i < text.size(); ++i) {
         char32_t c = text[i];
-        for (int k = 0; k < 4; ++k) in[i * 4 + k] = static_cast<char>((c >> (8 * k)) & 0xFF);
+        for (size_t k = 0; k < 4; ++k) in[i * 4 + k] = static_cast<char>((c >> (8 * k)) & 0xFF);
     }
     out.resize(text.size() * 2 + 16);
     char* src = in.data();
@@ -559,7 +559,7 @@ size_t utf16UnitsOf(std::string_view b) {
     size_t units = 0;
     for (const char ch : b) {
         const auto c = static_cast<unsigned char>(ch);
-        units += ((c & 0xC0) != 0x80) + (c >= 0xF0);
+        units += size_t((c & 0xC0) != 0x80) + size_t(c >= 0xF0);
     }
     return units;
 }

@@ -126,7 +126,9 @@ void ensureParagraphs(Host::State& st, Object* t) {
 }
 
 std::pair<int64_t, int64_t> paragraphRange(Object* t, int64_t index) {
-    if (index < static_cast<int64_t>(t->paragraphEnds.size())) return t->paragraphEnds[index];
+    if (index < static_cast<int64_t>(t->paragraphEnds.size())) {
+        return t->paragraphEnds[size_t(index)];
+    }
     return {t->openStart, t->characters - 1};
 }
 
@@ -151,7 +153,8 @@ REALobject styledTextStyleRun(REALobject self, RBInteger index) {
         outOfBounds(*st, "StyleRun", index);
         return nullptr;
     }
-    return reinterpret_cast<REALobject>(t->runs[index]);  // borrowed: the styled text owns it
+    return reinterpret_cast<REALobject>(
+        t->runs[size_t(index)]);  // borrowed: the styled text owns it
 }
 
 REALobject styledTextParagraph(REALobject self, RBInteger index) {
@@ -178,7 +181,7 @@ void styledTextRemoveStyleRun(REALobject self, RBInteger index) {
         outOfBounds(*st, "RemoveStyleRun", index);
         return;
     }
-    Object* run = t->runs[index];
+    Object* run = t->runs[size_t(index)];
     t->runs.erase(t->runs.begin() + index);
     removeOwner(run, t);
     invalidateParagraphs(t);

@@ -6,6 +6,7 @@
 #include <random>
 #include <string>
 
+#include "ByteView.h"
 #include "KxtTest.h"
 #include "ReplaceLineEndings.h"
 #include "htmltags.h"
@@ -19,7 +20,7 @@ using namespace std::string_literals;
 
 std::string visible(std::string_view s) {
     std::string out;
-    for (unsigned char c : s) {
+    for (const uint8_t c : kxt::unsignedBytes(s)) {
         if (c == 13)
             out += "<CR>";
         else if (c == 10)
@@ -56,7 +57,7 @@ std::string randomLines(std::mt19937& rng, size_t length) {
     std::string s(length, ' ');
     const int spread = int(rng() % 3);  // mostly breaks, some, or almost none
     for (auto& c : s) {
-        const unsigned r = rng() % 100;
+        const auto r = unsigned(rng() % 100);
         c = spread == 0 ? alphabet[rng() % 9]
                         : (r < (spread == 1 ? 20u : 1u) ? "\r\n"[r % 2] : 'x');
     }

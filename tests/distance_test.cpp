@@ -107,7 +107,7 @@ TEST(Levenshtein, KnownPairs) {
 // Random strings of chosen shapes, compared with the full table on every input.
 std::vector<uint32_t> randomText(std::mt19937& rng, size_t length, uint32_t alphabet, bool astral) {
     std::vector<uint32_t> s(length);
-    for (auto& c : s) c = (astral ? 0x1F600 : 'a') + rng() % alphabet;
+    for (auto& c : s) c = (astral ? 0x1F600u : 'a') + uint32_t(rng() % alphabet);
     return s;
 }
 
@@ -120,13 +120,13 @@ std::vector<uint32_t> mutate(std::mt19937& rng, std::vector<uint32_t> s, int edi
                 if (pos + 1 < s.size()) std::swap(s[pos], s[pos + 1]);
                 break;
             case 1:
-                s.insert(s.begin() + long(pos), 'a' + rng() % alphabet);
+                s.insert(s.begin() + long(pos), 'a' + uint32_t(rng() % alphabet));
                 break;
             case 2:
                 if (!s.empty()) s.erase(s.begin() + long(pos));
                 break;
             default:
-                if (!s.empty()) s[pos] = 'a' + rng() % alphabet;
+                if (!s.empty()) s[pos] = 'a' + uint32_t(rng() % alphabet);
         }
     }
     return s;
@@ -138,7 +138,7 @@ TEST(Distances, AgreeWithTheirDefinitions) {
     const size_t lengths[] = {0, 1, 2, 3, 5, 17, 63, 64, 65, 127, 128, 129, 200, 300};
     for (int round = 0; round < 3000; ++round) {
         const size_t la = lengths[rng() % std::size(lengths)] + (round % 3 == 0 ? rng() % 8 : 0);
-        const uint32_t alphabet = 1 + rng() % (round % 2 ? 3 : 30);
+        const uint32_t alphabet = 1 + uint32_t(rng() % (round % 2 ? 3 : 30));
         const bool astral = round % 5 == 0;
         std::vector<uint32_t> a = randomText(rng, la, alphabet, astral), b;
         switch (round % 3) {

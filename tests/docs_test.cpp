@@ -11,6 +11,7 @@
 #include <set>
 #include <sstream>
 
+#include "ByteView.h"
 #include "Commands.h"
 #include "Encodings.h"
 
@@ -26,7 +27,7 @@ std::string slurp(const fs::path& path) {
 std::string hexOf(const std::string& bytes) {
     std::string out;
     char b[4];
-    for (unsigned char c : bytes) {
+    for (const uint8_t c : kxt::unsignedBytes(bytes)) {
         std::snprintf(b, sizeof b, out.empty() ? "%02x" : " %02x", c);
         out += b;
     }

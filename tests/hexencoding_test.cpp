@@ -7,6 +7,7 @@
 #include <random>
 #include <string>
 
+#include "ByteView.h"
 #include "hexstring.h"
 
 namespace {
@@ -55,7 +56,7 @@ TEST(HexProperty, BlockStepsAgreeWithPairByPair) {
                   std::all_of(text.begin(), text.end(), [](char c) { return uint8_t(c) < 0x80; }))
             << testing::PrintToString(text);
         std::string hex;
-        for (unsigned char c : text)
+        for (const uint8_t c : kxt::unsignedBytes(text))
             hex += "0123456789ABCDEF"[c >> 4], hex += "0123456789ABCDEF"[c & 15];
         ASSERT_EQ(kxt::encodeHex(text), hex) << testing::PrintToString(text);
     }

@@ -129,7 +129,7 @@ TEST(FastPathsAgreeWithByteLoops, CountingAndWholeWords) {
 TEST(FastPathsAgreeWithByteLoops, AdversarialCountingStaysExact) {
     // Periodic inputs where a naive restart would overlap matches.
     const std::string s = std::string(10000, 'a') + "b" + std::string(999, 'a');
-    for (size_t len : {1, 2, 3, 7, 64, 999, 1000, 1001}) {
+    for (size_t len : std::initializer_list<size_t>{1, 2, 3, 7, 64, 999, 1000, 1001}) {
         const std::string find(len, 'a');
         EXPECT_EQ(kxt::countOccurrences(s, find), ref::countOccurrences(s, find)) << len;
     }

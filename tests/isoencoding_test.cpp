@@ -24,7 +24,7 @@ std::u16string decode(std::string_view bytes, const kxt::CodePage& page) {
 }
 
 TEST(CodePageTables, ISO8859IsTheIdentity) {
-    for (int b = 0; b < 256; ++b) EXPECT_EQ(kxt::ISO8859Table[b], b);
+    for (size_t b = 0; b < 256; ++b) EXPECT_EQ(kxt::ISO8859Table[b], b);
 }
 
 // The C library's own converter is an independent copy of the published mapping; it rejects
@@ -32,7 +32,7 @@ TEST(CodePageTables, ISO8859IsTheIdentity) {
 TEST(CodePageTables, CP1252AgreesWithTheCLibrary) {
     iconv_t cd = iconv_open("UTF-16LE", "CP1252");
     ASSERT_NE(cd, iconv_t(-1));
-    for (int b = 0; b < 256; ++b) {
+    for (size_t b = 0; b < 256; ++b) {
         char in = char(b);
         char out[4] = {};
         char* inPtr = &in;
@@ -82,7 +82,7 @@ std::string referenceEncode(std::u16string_view units, const kxt::CodePageTable&
     if (units.size() < 3) return "";
     std::string out;
     for (char16_t u : units) {
-        for (int k = 0; k < 256; ++k) {
+        for (size_t k = 0; k < 256; ++k) {
             if (table[k] == u) {
                 out += char(k);
                 break;
@@ -146,9 +146,9 @@ TEST(CodePageProperty, DirectUTF8AgreesWithUTF16ThenUTF8) {
     for (int round = 0; round < 4000; ++round) {
         // Every length up to a few blocks, at every offset into a buffer; mostly ASCII with
         // high bytes (single, in runs, at block edges and in the tail) or all high bytes.
-        const size_t length = round % 80, offset = round / 80 % 16;
+        const auto length = size_t(round % 80), offset = size_t(round / 80 % 16);
         std::string buffer(offset + length, '\0');
-        const int highOneIn = round % 3 == 0 ? 1 : 2 + round % 17;
+        const unsigned highOneIn = round % 3 == 0 ? 1 : 2 + unsigned(round % 17);
         for (char& c : buffer)
             c = rng() % highOneIn == 0 ? char(0x80 + rng() % 0x80) : char(rng() % 0x80);
         const std::string_view in = std::string_view(buffer).substr(offset);
@@ -179,7 +179,7 @@ TEST(CodePageProperty, EncodingFromUTF8AgreesWithEncodingItsUTF16Form) {
     const uint32_t specials[] = {0x20AC, 0x201C, 0x0152,  0x00E9, 0x00FF, 0x0081,
                                  0xFEFF, 0xFFFE, 0x1F600, 0x4E2D, 0x0100, 0x0000};
     for (int round = 0; round < 5000; ++round) {
-        std::vector<uint32_t> points(round % 60 < 10 ? round % 6 : rng() % 70);
+        std::vector<uint32_t> points(round % 60 < 10 ? size_t(round % 6) : size_t(rng() % 70));
         for (uint32_t& cp : points) {
             const unsigned r = rng() % 8;
             cp = r < 5   ? rng() % 0x80

@@ -6,13 +6,15 @@
 #include <random>
 #include <string>
 
+#include "ByteView.h"
+
 namespace {
 
 using namespace std::string_literals;
 
 std::string visible(std::string_view s) {
     std::string out;
-    for (unsigned char c : s) {
+    for (const uint8_t c : kxt::unsignedBytes(s)) {
         char buf[8];
         snprintf(buf, sizeof buf, c >= 32 && c < 127 ? "%c" : "\\x%02X", c);
         out += buf;

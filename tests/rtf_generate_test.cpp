@@ -121,7 +121,7 @@ TEST(RTFGenerate, TablesInOrderOfFirstUse) {
 TEST(RTFGenerate, FontsCompareAsTheCallerSays) {
     std::vector<TestRun> runs = {{.text = u"a", .font = "Arial"}, {.text = u"b", .font = "ARIAL"}};
     std::vector<GeneratorRun> records(2);
-    for (int i = 0; i < 2; ++i) {
+    for (size_t i = 0; i < 2; ++i) {
         records[i].text = {reinterpret_cast<const uint16_t*>(runs[i].text.data()), 1};
         records[i].font = runs[i].font;
     }

@@ -242,10 +242,12 @@ void PrintTo(const StyledChar& c, std::ostream* os) {
 std::u32string Decode(const std::string& utf8) {
     std::u32string out;
     for (size_t i = 0; i < utf8.size();) {
-        unsigned char b = utf8[i];
-        int n = b < 0x80 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : 4;
+        const auto b = static_cast<unsigned char>(utf8[i]);
+        const size_t n = b < 0x80 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : 4;
         char32_t c = n == 1 ? b : n == 2 ? b & 0x1F : n == 3 ? b & 0x0F : b & 0x07;
-        for (int k = 1; k < n && i + k < utf8.size(); ++k) c = (c << 6) | (utf8[i + k] & 0x3F);
+        for (size_t k = 1; k < n && i + k < utf8.size(); ++k) {
+            c = (c << 6) | char32_t(utf8[i + k] & 0x3F);
+        }
         out += c;
         i += n;
     }
@@ -305,7 +307,7 @@ TEST_P(RTFRoundTrip, StyledTextsReadBackAsWritten) {
             int n = 1 + int(rng() % 10);
             for (int i = 0; i < n; ++i) r.text += pool[rng() % std::size(pool)];
             r.font = fonts[rng() % std::size(fonts)];
-            r.size = rng() % 5 == 0 ? 0 : 1 + rng() % 120;
+            r.size = rng() % 5 == 0 ? 0 : 1 + int64_t(rng() % 120);
             r.bold = rng() & 1;
             r.italic = rng() & 1;
             r.underline = rng() & 1;

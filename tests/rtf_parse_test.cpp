@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "ByteView.h"
 #include "RTFWrite.h"
 #include "utf_reference.h"
 
@@ -28,7 +29,7 @@ std::string Describe(const ParsedRun& r) {
             text += buf;
         }
     } else {
-        for (unsigned char c : r.bytes) {
+        for (const uint8_t c : kxt::unsignedBytes(r.bytes)) {
             if (c == '\r') {
                 text += "\\r";
             } else if (c < 0x20 || c >= 0x7F) {
@@ -71,7 +72,7 @@ std::string PlainText(const RunCollector& c) {
             continue;
         }
         EXPECT_EQ(r.encoding, kREALTextEncodingWindowsLatin1);
-        for (unsigned char b : r.bytes)
+        for (const uint8_t b : kxt::unsignedBytes(r.bytes))
             points.push_back(b >= 0x80 && b < 0xA0 ? kHigh[b - 0x80] : b);
     }
     return ref::utf8Of(points);

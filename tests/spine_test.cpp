@@ -26,7 +26,7 @@ namespace {
 TEST(IsASCIITest, AgreesWithByteLoop) {
     std::string buffer(300, 'a');
     for (size_t offset = 0; offset < 8; ++offset) {
-        for (size_t length : {0, 1, 63, 64, 65, 127, 128, 200}) {
+        for (size_t length : std::initializer_list<size_t>{0, 1, 63, 64, 65, 127, 128, 200}) {
             const char* data = buffer.data() + offset;
             EXPECT_TRUE(IsASCII(data, int64_t(length))) << offset << " " << length;
             for (size_t high = 0; high < length; ++high) {

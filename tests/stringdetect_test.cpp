@@ -6,6 +6,8 @@
 #include <random>
 #include <string>
 
+#include "ByteView.h"
+
 namespace {
 
 using namespace std::string_literals;
@@ -58,7 +60,7 @@ TEST(YDecode, SubtractsFortyTwoAndUndoesEscapes) {
 // yEnc as its encoders write it: plus 42, and the critical bytes escaped as "=" and plus 64.
 std::string yEncode(std::string_view data) {
     std::string out;
-    for (unsigned char b : data) {
+    for (const uint8_t b : kxt::unsignedBytes(data)) {
         unsigned char e = uint8_t(b + 42);
         if (e == 0 || e == '\n' || e == '\r' || e == '=' || (e == '.' && out.empty())) {
             out += '=';

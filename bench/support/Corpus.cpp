@@ -110,7 +110,7 @@ std::string sentence(Rng& rng) {
         std::string w = pick(rng, kWords);
         if (i == 0) w[0] = char(w[0] - 'a' + 'A');
         s += w;
-        const unsigned r = rng() % 40;
+        const auto r = unsigned(rng() % 40);
         if (i + 1 == words) {
             s += r < 30 ? ". " : r < 36 ? "? " : "! ";
         } else if (r == 0) {
@@ -135,7 +135,7 @@ std::string prosePiece(Rng& rng) {
     const size_t sentences = 3 + rng() % 6;
     for (size_t i = 0; i < sentences; ++i) p += sentence(rng);
     p.back() = '.';
-    const unsigned r = rng() % 10;
+    const auto r = unsigned(rng() % 10);
     p += r < 5 ? "\r\n" : r < 9 ? "\n" : "\r";
     return p;
 }

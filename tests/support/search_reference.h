@@ -85,7 +85,7 @@ inline bool containsWholeWord(std::string_view text, std::string_view word) {
     const char* needle = w.c_str();
     const size_t needleLen = std::char_traits<char>::length(needle);
     auto isWord = [](char c) {
-        const signed char s = c;
+        const auto s = static_cast<signed char>(c);
         return s >= 33 && ((s >= 'a' && s <= 'z') || (s >= 'A' && s <= 'Z'));
     };
     size_t from = 0;

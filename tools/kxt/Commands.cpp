@@ -56,7 +56,8 @@ void writeBytes(const std::string& bytes, bool hex, FILE* out) {
         static const char digits[] = "0123456789abcdef";
         std::string text;
         text.reserve(bytes.size() * 2);
-        for (unsigned char c : bytes) {
+        for (const char ch : bytes) {
+            const auto c = static_cast<unsigned char>(ch);
             text.push_back(digits[c >> 4]);
             text.push_back(digits[c & 15]);
         }

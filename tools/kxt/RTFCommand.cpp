@@ -15,7 +15,8 @@ namespace {
 // Text on one line: quotes, backslashes and control characters escaped, UTF-8 kept.
 std::string Quoted(const std::string& text) {
     std::string out = "\"";
-    for (unsigned char c : text) {
+    for (const char ch : text) {
+        const auto c = static_cast<unsigned char>(ch);
         switch (c) {
             case '\r':
                 out += "\\r";

@@ -77,7 +77,8 @@ int run(int argc, char** argv) {
     }
     for (const Command& c : commands()) {
         if (args[i] == c.name) {
-            return c.run(options, std::vector<std::string>(args.begin() + i + 1, args.end()));
+            return c.run(options, std::vector<std::string>(args.begin() + std::ptrdiff_t(i) + 1,
+                                                           args.end()));
         }
     }
     std::string names;

@@ -18,7 +18,7 @@ namespace kxt {
 
 constexpr CodePageTable ISO8859Table = [] {
     CodePageTable t{};
-    for (int b = 0; b < 256; ++b) t[b] = uint16_t(b);
+    for (size_t b = 0; b < 256; ++b) t[b] = uint16_t(b);
     return t;
 }();
 
@@ -30,7 +30,8 @@ constexpr CodePageTable CP1252Table = [] {
         0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178,  // 98..9F
     };
     CodePageTable t{};
-    for (int b = 0; b < 256; ++b) t[b] = (b >= 0x80 && b <= 0x9F) ? k80to9F[b - 0x80] : uint16_t(b);
+    for (size_t b = 0; b < 256; ++b)
+        t[b] = (b >= 0x80 && b <= 0x9F) ? k80to9F[b - 0x80] : uint16_t(b);
     return t;
 }();
 
@@ -44,7 +45,7 @@ using ReverseTable = std::array<int16_t, 65536>;
 constexpr ReverseTable reverseOf(const CodePageTable& table) {
     ReverseTable reverse{};
     for (auto& entry : reverse) entry = -1;
-    for (int b = 255; b >= 0; --b) reverse[table[b]] = int16_t(b);
+    for (size_t b = 256; b-- > 0;) reverse[table[b]] = int16_t(b);
     return reverse;
 }
 
@@ -55,7 +56,7 @@ using UTF8Table = std::array<uint32_t, 256>;
 
 constexpr UTF8Table utf8Of(const CodePageTable& table) {
     UTF8Table out{};
-    for (int b = 0; b < 256; ++b) {
+    for (size_t b = 0; b < 256; ++b) {
         // Never a surrogate: the tables hold BMP characters, of at most three bytes.
         char bytes[4] = {};
         const auto length = uint32_t(utf8::encode(bytes, table[b]) - bytes);
@@ -76,10 +77,10 @@ const CodePage CP1252{CP1252Table, kCP1252Reverse, kCP1252UTF8};
 // The block steps below rely on this: every byte outside 80..9F is the unit of its own value,
 // and the first byte that maps to that unit.
 constexpr bool identityOutside80To9F(const CodePageTable& t) {
-    for (int b = 0; b < 256; ++b) {
+    for (size_t b = 0; b < 256; ++b) {
         if (b >= 0x80 && b <= 0x9F) continue;
         if (t[b] != b) return false;
-        for (int k = 0; k < b; ++k) {
+        for (size_t k = 0; k < b; ++k) {
             if (t[k] == b) return false;
         }
     }

@@ -35,12 +35,12 @@ constexpr int kMaxVectorRuns = 8;
 int runsOf(const ByteSet& set, Run (&runs)[kMaxVectorRuns]) {
     int count = 0;
     for (int v = 0; v < 256;) {
-        if (!set[v]) {
+        if (!set[size_t(v)]) {
             ++v;
             continue;
         }
         int first = v;
-        while (v < 256 && set[v]) ++v;
+        while (v < 256 && set[size_t(v)]) ++v;
         if (count == kMaxVectorRuns) return -1;
         runs[count++] = {uint8_t(first), uint8_t(v - 1 - first)};
     }
@@ -129,14 +129,14 @@ int64_t firstOfAny(std::string_view target, std::string_view set) {
 
 int64_t firstInRanges(std::string_view target, std::span<const ByteRange> ranges) {
     ByteSet set{};
-    for (int v = 0; v < 256; ++v) set[v] = inAnyRange(v, ranges);
+    for (int v = 0; v < 256; ++v) set[size_t(v)] = inAnyRange(v, ranges);
     return firstInSet(target, set);
 }
 
 int64_t firstInSignedRangesOrSet(std::string_view target, std::span<const ByteRange> ranges,
                                  std::string_view find) {
     ByteSet set = setOfBytes(find);
-    for (int v = 0; v < 256; ++v) set[v] = set[v] || inAnyRange(int8_t(v), ranges);
+    for (int v = 0; v < 256; ++v) set[size_t(v)] = set[size_t(v)] || inAnyRange(int8_t(v), ranges);
     return firstInSet(target, set);
 }
 

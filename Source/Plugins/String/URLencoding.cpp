@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 
+#include "ByteView.h"
 #include "MyMemory.h"
 #include "rbData.h"
 #include "rbException.h"
@@ -20,7 +21,7 @@ struct URLEncodeTable {
 
     constexpr URLEncodeTable() {
         constexpr const char* kDigits = "0123456789ABCDEF";
-        for (int b = 0; b < 128; ++b) {
+        for (size_t b = 0; b < 128; ++b) {
             bool literal = (b >= 'A' && b <= 'Z') || (b >= 'a' && b <= 'z') ||
                            (b >= '0' && b <= '9') || b == '!' || b == '*' || b == '+' || b == '-' ||
                            b == '.' || b == '@' || b == '_' || b == '~';
@@ -56,7 +57,7 @@ RawBytes encodeURL(std::string_view bytes, RBInteger options) {
     // This call's table: every byte's text (up to three characters, padded to four) and length.
     std::array<std::array<char, 4>, 256> text;
     std::array<uint8_t, 256> length;
-    for (int b = 0; b < 256; ++b) {
+    for (size_t b = 0; b < 256; ++b) {
         if (b >= 128 || (b == '+' && encodePlus)) {
             text[b] = {'%', kHexDigits[b >> 4], kHexDigits[b & 15], 0};
             length[b] = 3;
@@ -73,7 +74,7 @@ RawBytes encodeURL(std::string_view bytes, RBInteger options) {
     // escaped; pages that are never written cost nothing.
     RawBytes out(bytes.size() * 3 + 1);
     char* w = out.data();
-    for (unsigned char b : bytes) {
+    for (const uint8_t b : kxt::unsignedBytes(bytes)) {
         memcpy(w, text[b].data(), 4);
         w += length[b];
     }
@@ -89,7 +90,7 @@ using V = S::V;
 // Hex digit values for decoding: digits of either case, 0 for anything else (as hex2int).
 constexpr std::array<uint8_t, 256> kHexValue = [] {
     std::array<uint8_t, 256> t{};
-    for (int c = 0; c < 256; ++c) {
+    for (size_t c = 0; c < 256; ++c) {
         if (c >= '0' && c <= '9') t[c] = uint8_t(c - '0');
         if (c >= 'a' && c <= 'f') t[c] = uint8_t(c - 'a' + 10);
         if (c >= 'A' && c <= 'F') t[c] = uint8_t(c - 'A' + 10);
@@ -133,7 +134,7 @@ RawBytes decodeURL(std::string_view bytes, RBInteger options, bool* ascii) {
             S::store(w, x);
             const size_t plain = S::first(S::or_(S::eq8(x, percent), S::eq8(x, plus)));
             // A byte above 0x7F among those that count as written.
-            high |= S::first(x) < plain ? 0x80 : 0;
+            high |= S::first(x) < plain ? 0x80u : 0u;
             w += plain;
             i += plain;
             continue;

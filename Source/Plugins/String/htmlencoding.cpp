@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstring>
 
+#include "ByteView.h"
 #include "MyMemory.h"
 #include "REALplugin.h"
 #include "rbData.h"
@@ -218,7 +219,7 @@ bool isMarkupTestEncoding(uint32_t encoding) {
 }
 
 bool bytesAreMarkupFreePlain(std::string_view bytes) {
-    for (unsigned char b : bytes) {
+    for (const uint8_t b : kxt::unsignedBytes(bytes)) {
         if (b == 0 || b >= 128 || isMarkup(b)) return false;
     }
     return true;

@@ -80,7 +80,7 @@ enum : uint8_t {
 constexpr std::array<uint8_t, kStates * 256> makeTransitions(bool readableOnly) {
     std::array<uint8_t, kStates * 256> t{};
     for (auto& x : t) x = kReject;
-    for (int b = 0; b < 256; ++b) {
+    for (size_t b = 0; b < 256; ++b) {
         uint8_t& fromAccept = t[kAccept * 256 + b];
         if (b < 0x80) {
             const bool readable = (b >= 32 && b <= 126) || b == 9 || b == 10 || b == 13;
@@ -153,7 +153,7 @@ bool wholeBufferWellFormed(const uint8_t* p, size_t n) {
 size_t wellFormedSequenceLength(std::string_view bytes) {
     uint8_t state = kAccept;
     for (size_t i = 0; i < bytes.size() && i < 4; ++i) {
-        state = kAnyASCII[state * 256 + uint8_t(bytes[i])];
+        state = kAnyASCII[size_t(state) * 256 + uint8_t(bytes[i])];
         if (state == kAccept) return i + 1;
         if (state == kReject) return 0;
     }

@@ -1,5 +1,6 @@
 #include "stringdetect.h"
 
+#include "ByteView.h"
 #include "MyMemory.h"
 #include "REALplugin.h"
 #include "encoderboundary.h"
@@ -21,7 +22,7 @@ constexpr const char* kHexDigits = "0123456789ABCDEF";
 }  // namespace
 
 bool subjectNeedsEncoding(std::string_view utf8) {
-    for (unsigned char b : utf8) {
+    for (const uint8_t b : kxt::unsignedBytes(utf8)) {
         if (b < 32 || b > 127) return true;
     }
     return false;
@@ -32,7 +33,7 @@ std::string encodeEmailSubject(std::string_view utf8) {
     ReserveLarge(out, utf8.size() * 2 + 20);
     // One encoded word however long the subject: no 75-character limit, no splitting.
     out += "=?utf-8?Q?";
-    for (unsigned char b : utf8) {
+    for (const uint8_t b : kxt::unsignedBytes(utf8)) {
         if (b == '=') {
             out += "=3D";
         } else if (b == '_') {

@@ -215,10 +215,15 @@ extern "C" __attribute__((visibility("default"))) void REALPluginMain(REALResolv
     PluginEntry();
 }
 
-// Started as a program, the shared object prints its banner. The loader enters here with the
-// stack aligned for a jump, not a call, hence the realignment.
-extern "C" __attribute__((visibility("default"), force_align_arg_pointer, noreturn)) void
-libEntry() {
+// Started as a program, the shared object prints its banner. On x86 the loader enters here with
+// the stack aligned for a jump, not a call, hence the realignment (ARM64 has no such attribute
+// and needs none).
+#if defined(__x86_64__) || defined(__i386__)
+#define KXT_REALIGN_STACK __attribute__((force_align_arg_pointer))
+#else
+#define KXT_REALIGN_STACK
+#endif
+extern "C" __attribute__((visibility("default"), noreturn)) KXT_REALIGN_STACK void libEntry() {
     static const char kBanner[] = "KXT Plugin, version 24.5, built Nov 11 2024\n";
     ssize_t ignored = write(1, kBanner, sizeof(kBanner) - 1);
     (void)ignored;
