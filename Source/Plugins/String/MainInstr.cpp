@@ -92,11 +92,16 @@ ByteSet setOfBytes(std::string_view bytes) {
     return set;
 }
 
-bool inAnyRange(int64_t value, std::span<const ByteRange> ranges) {
+// Adds to `set` the byte of every value from `low` to `high` that some range holds, each range
+// walked once instead of every value tested against every range.
+template <typename ByteOf>
+void markRanges(ByteSet& set, std::span<const ByteRange> ranges, int64_t low, int64_t high,
+                ByteOf byteOf) {
     for (const ByteRange& r : ranges) {
-        if (r.first <= value && value <= r.last) return true;
+        for (int64_t v = std::max(r.first, low); v <= std::min(r.last, high); ++v) {
+            set[byteOf(v)] = true;
+        }
     }
-    return false;
 }
 
 char asciiLower(char c) {
@@ -129,14 +134,15 @@ int64_t firstOfAny(std::string_view target, std::string_view set) {
 
 int64_t firstInRanges(std::string_view target, std::span<const ByteRange> ranges) {
     ByteSet set{};
-    for (int v = 0; v < 256; ++v) set[size_t(v)] = inAnyRange(v, ranges);
+    markRanges(set, ranges, 0, 255, [](int64_t v) { return size_t(v); });
     return firstInSet(target, set);
 }
 
 int64_t firstInSignedRangesOrSet(std::string_view target, std::span<const ByteRange> ranges,
                                  std::string_view find) {
     ByteSet set = setOfBytes(find);
-    for (int v = 0; v < 256; ++v) set[size_t(v)] = set[size_t(v)] || inAnyRange(int8_t(v), ranges);
+    // The ranges are of signed bytes: -128..-1 are the bytes 0x80..0xFF.
+    markRanges(set, ranges, -128, 127, [](int64_t v) { return size_t(uint8_t(int8_t(v))); });
     return firstInSet(target, set);
 }
 
