@@ -94,6 +94,7 @@ Parameter parseParameter(std::string_view text, std::string_view whole) {
         typeAndDefault = typeAndDefault.substr(0, eq);
     }
     p.type = canonicalType(typeAndDefault, whole);
+    p.kind = kindOf(p.type);
     return p;
 }
 
@@ -120,6 +121,24 @@ std::string normalizeDeclaration(std::string_view text) {
         }
     }
     return out;
+}
+
+TypeKind kindOf(std::string_view t) {
+    static const std::pair<const char*, TypeKind> kinds[] = {
+        {"String", TypeKind::String},   {"Integer", TypeKind::Integer},
+        {"Boolean", TypeKind::Boolean}, {"Double", TypeKind::Double},
+        {"Ptr", TypeKind::Ptr},         {"MemoryBlock", TypeKind::MemoryBlock},
+        {"String()", TypeKind::StringArray}};
+    if (t.empty()) return TypeKind::None;
+    for (const auto& [name, kind] : kinds) {
+        if (t == name) return kind;
+    }
+    static const char* const others[] = {"Color", "Single", "UInt32", "Int32",
+                                         "Int64", "UInt64", "Variant"};
+    for (const char* name : others) {
+        if (t == name) return TypeKind::Other;
+    }
+    return t.back() == ')' ? TypeKind::Other : TypeKind::Class;
 }
 
 Declaration parseDeclaration(std::string_view text) {
@@ -165,6 +184,7 @@ Declaration parseDeclaration(std::string_view text) {
         }
     }
     if (!isIdentifier(d.name)) fail(text, "bad method name \"" + d.name + "\"");
+    d.resultKind = kindOf(d.resultType);
     for (size_t i = 0; i < d.params.size(); ++i) {
         if (d.params[i].extends && i != 0) fail(text, "\"extends\" on a later parameter");
         if (d.params[i].assigns && i + 1 != d.params.size()) {

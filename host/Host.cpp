@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <cstdlib>
@@ -15,6 +16,7 @@
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
+#include <span>
 #include <sstream>
 #include <stdexcept>
 #include <unordered_map>
@@ -288,26 +290,32 @@ constexpr int kKeepPluginMapped = 0;
 
 // ---- Calling ----------------------------------------------------------------------------------
 
-bool isClassType(const std::string& t) {
-    static const char* const builtins[] = {"String",      "Integer",  "Boolean", "Double", "Ptr",
-                                           "MemoryBlock", "String()", "Color",   "Single", "UInt32",
-                                           "Int32",       "Int64",    "UInt64",  "Variant"};
-    return std::none_of(std::begin(builtins), std::end(builtins),
-                        [&](const char* b) { return t == b; });
-}
-
 // How well a parameter type takes a value: 0 not at all, 1 with a conversion or as Nil, 2 exactly.
-int acceptance(const std::string& type, const Value& v) {
+int acceptance(TypeKind kind, const Value& v) {
     using T = Value::Type;
-    bool nil = v.type() == T::Nil;
-    if (type == "String") return v.type() == T::String ? 2 : nil ? 1 : 0;
-    if (type == "MemoryBlock") return v.type() == T::MemoryBlock ? 2 : nil ? 1 : 0;
-    if (type == "Integer") return v.type() == T::Integer ? 2 : 0;
-    if (type == "Double") return v.type() == T::Double ? 2 : v.type() == T::Integer ? 1 : 0;
-    if (type == "Boolean") return v.type() == T::Boolean ? 2 : 0;
-    if (type == "Ptr") return v.type() == T::Ptr ? 2 : nil ? 1 : 0;
-    if (type == "String()") return v.type() == T::Array ? 2 : nil ? 1 : 0;
-    if (isClassType(type)) return v.type() == T::Object ? 2 : nil ? 1 : 0;
+    const bool nil = v.type() == T::Nil;
+    auto exactOrNil = [&](T t) { return v.type() == t ? 2 : nil ? 1 : 0; };
+    switch (kind) {
+        case TypeKind::String:
+            return exactOrNil(T::String);
+        case TypeKind::MemoryBlock:
+            return exactOrNil(T::MemoryBlock);
+        case TypeKind::Integer:
+            return v.type() == T::Integer ? 2 : 0;
+        case TypeKind::Double:
+            return v.type() == T::Double ? 2 : v.type() == T::Integer ? 1 : 0;
+        case TypeKind::Boolean:
+            return v.type() == T::Boolean ? 2 : 0;
+        case TypeKind::Ptr:
+            return exactOrNil(T::Ptr);
+        case TypeKind::StringArray:
+            return exactOrNil(T::Array);
+        case TypeKind::Class:
+            return exactOrNil(T::Object);
+        case TypeKind::None:
+        case TypeKind::Other:
+            break;
+    }
     return 0;
 }
 
@@ -324,7 +332,7 @@ Fit fitOf(const Declaration& d, const std::vector<Value>& args) {
         if (!d.params[i].defaultValue) return f;
     }
     for (size_t i = 0; i < args.size(); ++i) {
-        int a = acceptance(d.params[i].type, args[i]);
+        int a = acceptance(d.params[i].kind, args[i]);
         if (a == 0) return f;
         f.exactTypes += a == 2;
     }
@@ -378,11 +386,19 @@ Value defaultValue(const Parameter& p, std::string_view whole) {
     throw bad();
 }
 
-ffi_type* ffiType(const std::string& t) {
-    if (t == "Integer") return &ffi_type_sint64;
-    if (t == "Boolean") return &ffi_type_uint8;
-    if (t == "Double") return &ffi_type_double;
-    return &ffi_type_pointer;  // String, Ptr, MemoryBlock, String(), classes
+ffi_type* ffiType(TypeKind kind) {
+    switch (kind) {
+        case TypeKind::None:
+            return &ffi_type_void;
+        case TypeKind::Integer:
+            return &ffi_type_sint64;
+        case TypeKind::Boolean:
+            return &ffi_type_uint8;
+        case TypeKind::Double:
+            return &ffi_type_double;
+        default:
+            return &ffi_type_pointer;  // String, Ptr, MemoryBlock, String(), classes
+    }
 }
 
 // Hands the exception the running call raised (if any) to the caller and releases it.
@@ -400,8 +416,8 @@ std::optional<RaisedException> takePending(Host::State& st) {
 }
 
 // Calls a handler with the C types of its declared parameters and adopts its result.
-CallResult invoke(Host::State& st, REALproc function, const std::vector<std::string>& types,
-                  const std::string& resultType, const std::vector<Value>& args) {
+CallResult invoke(Host::State& st, REALproc function, std::span<const TypeKind> kinds,
+                  TypeKind resultKind, const std::vector<Value>& args) {
     if (function == nullptr) throw std::invalid_argument("the method has no handler");
     union Slot {
         void* p;
@@ -409,12 +425,27 @@ CallResult invoke(Host::State& st, REALproc function, const std::vector<std::str
         double d;
         uint8_t b;
     };
-    size_t n = types.size();
-    std::vector<Slot> slots(n);
-    std::vector<void*> values(n);
-    std::vector<ffi_type*> ffiTypes(n);
+    // Room for every declaration here without allocating per call.
+    constexpr size_t kInline = 16;
+    const size_t n = kinds.size();
+    Slot inlineSlots[kInline];
+    void* inlineValues[kInline];
+    ffi_type* inlineTypes[kInline];
+    std::vector<Slot> heapSlots;
+    std::vector<void*> heapValues;
+    std::vector<ffi_type*> heapTypes;
+    Slot* slots = inlineSlots;
+    void** values = inlineValues;
+    ffi_type** ffiTypes = inlineTypes;
+    if (n > kInline) {
+        heapSlots.resize(n);
+        heapValues.resize(n);
+        heapTypes.resize(n);
+        slots = heapSlots.data();
+        values = heapValues.data();
+        ffiTypes = heapTypes.data();
+    }
     for (size_t i = 0; i < n; ++i) {
-        const std::string& t = types[i];
         const Value& v = args[i];
         // A handle made while another host was active means nothing to this host's plugin copy.
         if (!v.isNil() && v.type() != Value::Type::Ptr && HostAccess::owner(v) != 0 &&
@@ -422,26 +453,32 @@ CallResult invoke(Host::State& st, REALproc function, const std::vector<std::str
             throw std::invalid_argument("argument " + std::to_string(i + 1) +
                                         " belongs to another host");
         }
-        ffiTypes[i] = ffiType(t);
-        if (t == "Integer") {
-            slots[i].i = v.asInteger();
-        } else if (t == "Boolean") {
-            slots[i].b = v.asBoolean() ? 1 : 0;
-        } else if (t == "Double") {
-            slots[i].d = v.asDouble();
-        } else if (t == "Ptr") {
-            slots[i].p = v.type() == Value::Type::Ptr ? v.asPointer() : nullptr;
-        } else if (t == "String") {
-            slots[i].p = v.stringHandle();
-        } else {
-            slots[i].p = v.objectHandle();
+        ffiTypes[i] = ffiType(kinds[i]);
+        switch (kinds[i]) {
+            case TypeKind::Integer:
+                slots[i].i = v.asInteger();
+                break;
+            case TypeKind::Boolean:
+                slots[i].b = v.asBoolean() ? 1 : 0;
+                break;
+            case TypeKind::Double:
+                slots[i].d = v.asDouble();
+                break;
+            case TypeKind::Ptr:
+                slots[i].p = v.type() == Value::Type::Ptr ? v.asPointer() : nullptr;
+                break;
+            case TypeKind::String:
+                slots[i].p = v.stringHandle();
+                break;
+            default:
+                slots[i].p = v.objectHandle();
+                break;
         }
         values[i] = &slots[i];
     }
-    ffi_type* rtype = resultType.empty() ? &ffi_type_void : ffiType(resultType);
     ffi_cif cif;
-    if (ffi_prep_cif(&cif, FFI_DEFAULT_ABI, static_cast<unsigned>(n), rtype, ffiTypes.data()) !=
-        FFI_OK) {
+    if (ffi_prep_cif(&cif, FFI_DEFAULT_ABI, static_cast<unsigned>(n), ffiType(resultKind),
+                     ffiTypes) != FFI_OK) {
         throw std::runtime_error("libffi cannot prepare the call");
     }
     union {
@@ -451,39 +488,63 @@ CallResult invoke(Host::State& st, REALproc function, const std::vector<std::str
         void* p;
     } ret{};
     if (Object* stale = std::exchange(pendingException(st), nullptr)) unlockObject(st, stale);
-    ffi_call(&cif, FFI_FN(function), &ret, values.data());
+    ffi_call(&cif, FFI_FN(function), &ret, values);
 
     CallResult result;
-    const std::string& r = resultType;
-    if (r == "Integer") {
-        result.value = Value::integer(static_cast<int64_t>(ret.s));
-    } else if (r == "Boolean") {
-        result.value = Value::boolean((ret.a & 0xFF) != 0);
-    } else if (r == "Double") {
-        result.value = Value::real(ret.d);
-    } else if (r == "Ptr") {
-        result.value = Value::pointer(ret.p);
-    } else if (r == "String") {
-        auto s = static_cast<REALstring>(ret.p);
-        if (s != nullptr && liveString(st, s) == nullptr) s = nullptr;  // misuse noted
-        result.value = Value::adoptString(s);
-    } else if (!r.empty()) {
-        auto o = static_cast<REALobject>(ret.p);
-        if (o != nullptr && liveObject(st, o) == nullptr) o = nullptr;
-        Value::Type type = r == "MemoryBlock" ? Value::Type::MemoryBlock
-                           : r == "String()"  ? Value::Type::Array
-                                              : Value::Type::Object;
-        result.value = Value::adoptObject(o, type);
+    switch (resultKind) {
+        case TypeKind::None:
+            break;
+        case TypeKind::Integer:
+            result.value = Value::integer(static_cast<int64_t>(ret.s));
+            break;
+        case TypeKind::Boolean:
+            result.value = Value::boolean((ret.a & 0xFF) != 0);
+            break;
+        case TypeKind::Double:
+            result.value = Value::real(ret.d);
+            break;
+        case TypeKind::Ptr:
+            result.value = Value::pointer(ret.p);
+            break;
+        case TypeKind::String: {
+            auto s = static_cast<REALstring>(ret.p);
+            if (s != nullptr && liveString(st, s) == nullptr) s = nullptr;  // misuse noted
+            result.value = Value::adoptString(s);
+            break;
+        }
+        default: {
+            auto o = static_cast<REALobject>(ret.p);
+            if (o != nullptr && liveObject(st, o) == nullptr) o = nullptr;
+            const Value::Type type = resultKind == TypeKind::MemoryBlock   ? Value::Type::MemoryBlock
+                                     : resultKind == TypeKind::StringArray ? Value::Type::Array
+                                                                           : Value::Type::Object;
+            result.value = Value::adoptObject(o, type);
+            break;
+        }
     }
     result.exception = takePending(st);
     if (result.exception) result.value = Value::nil();  // a raising call has no result
     return result;
 }
 
-std::vector<std::string> typesOf(const Declaration& d) {
-    std::vector<std::string> t;
-    for (const Parameter& p : d.params) t.push_back(p.type);
-    return t;
+// Calls through a declaration's parameter kinds, with `before` and `after` around them (a class
+// extension's object and assigned value, which its declaration does not list).
+CallResult invokeDeclared(Host::State& st, REALproc function, const Declaration& d,
+                          std::initializer_list<TypeKind> before,
+                          std::initializer_list<TypeKind> after, TypeKind resultKind,
+                          const std::vector<Value>& args) {
+    std::array<TypeKind, 32> inlineKinds;
+    std::vector<TypeKind> heapKinds;
+    const size_t n = before.size() + d.params.size() + after.size();
+    TypeKind* kinds = inlineKinds.data();
+    if (n > inlineKinds.size()) {
+        heapKinds.resize(n);
+        kinds = heapKinds.data();
+    }
+    TypeKind* k = std::copy(before.begin(), before.end(), kinds);
+    for (const Parameter& p : d.params) *k++ = p.kind;
+    std::copy(after.begin(), after.end(), k);
+    return invoke(st, function, std::span<const TypeKind>(kinds, n), resultKind, args);
 }
 
 const RegisteredMethod* findExtension(const Host& h, bool setter) {
@@ -690,23 +751,22 @@ CallResult Host::callMethod(const RegisteredMethod& method, const std::vector<Va
                                     describeArgs(args));
     }
     if (args.size() == d.params.size()) {
-        return invoke(*state_, method.function, typesOf(d), d.resultType, args);
+        return invokeDeclared(*state_, method.function, d, {}, {}, d.resultKind, args);
     }
     // Copies only to add the defaults: each copy of a handle is a reference taken and released.
     std::vector<Value> full = args;
     for (size_t i = args.size(); i < d.params.size(); ++i) {
         full.push_back(defaultValue(d.params[i], method.declarationText));
     }
-    return invoke(*state_, method.function, typesOf(d), d.resultType, full);
+    return invokeDeclared(*state_, method.function, d, {}, {}, d.resultKind, full);
 }
 
 CallResult Host::getRTF(const Value& styledText, bool skipParagraphs) {
     activate();
     if (const RegisteredMethod* m = findExtension(*this, false)) {
-        std::vector<std::string> types = typesOf(m->declaration);
-        types.insert(types.begin(), "StyledText");
-        return invoke(*state_, m->function, types, m->declaration.resultType,
-                      {styledText, Value::boolean(skipParagraphs)});
+        return invokeDeclared(*state_, m->function, m->declaration, {TypeKind::Class}, {},
+                              m->declaration.resultKind,
+                              {styledText, Value::boolean(skipParagraphs)});
     }
     for (const RegisteredMethod* m : overloads("RTFDataKXT")) {
         const auto& p = m->declaration.params;
@@ -720,11 +780,9 @@ CallResult Host::getRTF(const Value& styledText, bool skipParagraphs) {
 CallResult Host::setRTF(const Value& styledText, const Value& rtf, bool skipParagraphs) {
     activate();
     if (const RegisteredMethod* m = findExtension(*this, true)) {
-        std::vector<std::string> types = typesOf(m->declaration);
-        types.insert(types.begin(), "StyledText");
-        types.push_back(m->declaration.resultType);
-        return invoke(*state_, m->setter, types, "",
-                      {styledText, Value::boolean(skipParagraphs), rtf});
+        return invokeDeclared(*state_, m->setter, m->declaration, {TypeKind::Class},
+                              {m->declaration.resultKind}, TypeKind::None,
+                              {styledText, Value::boolean(skipParagraphs), rtf});
     }
     for (const RegisteredMethod* m : overloads("RTFDataKXT")) {
         const auto& p = m->declaration.params;

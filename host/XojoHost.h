@@ -29,11 +29,25 @@ struct HostOptions {
     std::string pluginPath = KXT_PLUGIN_PATH;
 };
 
-// A parsed Xojo declaration.
+// A parsed Xojo declaration. Types are also kept as a kind, which calls go by.
+enum class TypeKind : uint8_t {
+    None,  // no result
+    String,
+    Integer,
+    Boolean,
+    Double,
+    Ptr,
+    MemoryBlock,
+    StringArray,
+    Class,  // a class name
+    Other,  // a built-in type no method here uses (Color, Single, ...)
+};
+TypeKind kindOf(std::string_view canonicalType);
 struct Parameter {
     std::string name;
     std::string type;  // as written: "String", "Integer", "Boolean", "Double", "Ptr",
                        // "MemoryBlock", a class name
+    TypeKind kind = TypeKind::Other;
     std::optional<std::string> defaultValue;
     bool extends = false;  // "extends ref as Class"
     bool assigns = false;  // "assigns value as T"
@@ -42,6 +56,7 @@ struct Declaration {
     std::string name;
     std::vector<Parameter> params;
     std::string resultType;  // empty for none; "String()" for string arrays
+    TypeKind resultKind = TypeKind::None;
 };
 Declaration parseDeclaration(std::string_view text);  // throws std::invalid_argument
 
