@@ -124,11 +124,13 @@ std::string normalizeDeclaration(std::string_view text) {
 }
 
 TypeKind kindOf(std::string_view t) {
-    static const std::pair<const char*, TypeKind> kinds[] = {
-        {"String", TypeKind::String},   {"Integer", TypeKind::Integer},
-        {"Boolean", TypeKind::Boolean}, {"Double", TypeKind::Double},
-        {"Ptr", TypeKind::Ptr},         {"MemoryBlock", TypeKind::MemoryBlock},
-        {"String()", TypeKind::StringArray}};
+    static const std::pair<const char*, TypeKind> kinds[] = {{"String", TypeKind::String},
+                                                             {"Integer", TypeKind::Integer},
+                                                             {"Boolean", TypeKind::Boolean},
+                                                             {"Double", TypeKind::Double},
+                                                             {"Ptr", TypeKind::Ptr},
+                                                             {"MemoryBlock", TypeKind::MemoryBlock},
+                                                             {"String()", TypeKind::StringArray}};
     if (t.empty()) return TypeKind::None;
     for (const auto& [name, kind] : kinds) {
         if (t == name) return kind;

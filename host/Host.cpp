@@ -515,7 +515,7 @@ CallResult invoke(Host::State& st, REALproc function, std::span<const TypeKind> 
         default: {
             auto o = static_cast<REALobject>(ret.p);
             if (o != nullptr && liveObject(st, o) == nullptr) o = nullptr;
-            const Value::Type type = resultKind == TypeKind::MemoryBlock   ? Value::Type::MemoryBlock
+            const Value::Type type = resultKind == TypeKind::MemoryBlock ? Value::Type::MemoryBlock
                                      : resultKind == TypeKind::StringArray ? Value::Type::Array
                                                                            : Value::Type::Object;
             result.value = Value::adoptObject(o, type);

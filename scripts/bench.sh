@@ -25,7 +25,7 @@ rm -rf "$results"
 mkdir -p "$results"
 load_start=$(cut -d' ' -f1-3 /proc/loadavg)
 start=$(date +%s)
-for program in text encoders unicode distance rtf; do
+for program in text encoders unicode distance rtf calls; do
   echo "== ${program}_bench"
   build-bench/bench/${program}_bench --benchmark_out="$results/$program.json" \
     --benchmark_out_format=json --benchmark_format=console "$@" | grep -v '^\*\*\*WARNING'

@@ -240,6 +240,54 @@ def targets(results, index):
 # ---- Output ------------------------------------------------------------------------------------
 
 
+SMALL_TARGET = 2.0
+
+
+def small_inputs(w, rows):
+    """Calls per second on short texts, each method beside the no-op call."""
+    if not rows:
+        return
+    noop = {r.size: r for r in rows if r.layer == "anchor" and r.what == "noop"}
+    methods = OrderedDict()
+    for r in rows:
+        if r.layer == "host":
+            methods.setdefault(r.what, {})[r.size] = r
+    base = noop.get("16B")
+    costs = {}
+    for what, by_size in methods.items():
+        r = by_size.get("16B")
+        if r and r.ips and base and base.ips and not r.error:
+            costs[what] = base.ips / r.ips
+    met = sum(1 for c in costs.values() if c <= SMALL_TARGET)
+    w("## Small inputs")
+    w("")
+    w("Xojo code mostly calls these methods on short strings, in loops. Every registered overload")
+    w("(and the StyledText property) is called through the host on 16 B and 1 KiB of its usual")
+    w("input (`bench/calls_bench.cpp`), beside `NoOpKXT`, the one method of a plugin that only")
+    w("returns its argument, loaded into a host of its own (`bench/noop/`). *Cost* is the time of")
+    w(f"a call at 16 B over the no-op call's; the target is at most {SMALL_TARGET:g}.")
+    w("")
+    if base:
+        w(f"No-op call: {fmt_calls(base.ips)} at 16 B"
+          + (f", {fmt_calls(noop['1KiB'].ips)} at 1 KiB." if "1KiB" in noop else "."))
+        w("")
+    w(f"{met} of {len(costs)} methods within {SMALL_TARGET:g}x the no-op call at 16 B.")
+    w("")
+    w("| method | calls at 16 B | calls at 1 KiB | cost at 16 B | met |")
+    w("|---|---|---|---|---|")
+    for what, by_size in methods.items():
+        cells = []
+        for size in ("16B", "1KiB"):
+            r = by_size.get(size)
+            cells.append("–" if r is None else f"error: {r.error}" if r.error else
+                         fmt_calls(r.ips))
+        c = costs.get(what)
+        w(f"| `{what}` | {cells[0]} | {cells[1]} | " +
+          ("–" if c is None else f"{c:.2f}") + " | " +
+          ("–" if c is None else "yes" if c <= SMALL_TARGET else "**no**") + " |")
+    w("")
+
+
 def cpu_model():
     try:
         with open("/proc/cpuinfo") as f:
@@ -341,9 +389,13 @@ def main():
         w("also pay the host's conversion from and to the UTF-8 of the argument and result.")
         w("")
 
+    small_inputs(w, [r for r in results if r.program == "calls"])
+
     # The curve of every benchmark over its sizes.
     groups = OrderedDict()
     for r in results:
+        if r.program == "calls":
+            continue
         groups.setdefault((r.program, r.layer, r.what, r.input), {})[r.size] = r
     sizes_seen = [s for s in SIZE_ORDER if any(s in g for g in groups.values())]
     w("## Every benchmark")

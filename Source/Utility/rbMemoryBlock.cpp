@@ -18,19 +18,16 @@ struct NewBlockCall {
 
 void constructBlock(void* arg) {
     auto* call = static_cast<NewBlockCall*>(arg);
-    call->block = REALnewInstance("MemoryBlock");
-    if (call->block == nullptr) return;
+    HostObject block(REALnewInstance("MemoryBlock"));
+    if (!block) return;
     using Info = kxt::abi::ObjectMethodInfo<kxt::abi::ObjectMethod::MemoryBlockConstructor>;
     auto constructor =
-        reinterpret_cast<Info::Function>(REALLoadObjectMethod(call->block, Info::declaration));
-    bool ok = false;
-    if (constructor != nullptr) {
-        constructor(call->block, call->size);
-        ok = REALMemoryBlockGetSize(reinterpret_cast<REALmemoryBlock>(call->block)) >= call->size;
-    }
-    if (!ok) {
-        REALUnlockObject(call->block);
-        call->block = nullptr;
+        reinterpret_cast<Info::Function>(REALLoadObjectMethod(block.get(), Info::declaration));
+    if (constructor == nullptr) return;
+    constructor(block.get(), call->size);
+    // A block smaller than asked for is given back (by the holder).
+    if (REALMemoryBlockGetSize(reinterpret_cast<REALmemoryBlock>(block.get())) >= call->size) {
+        call->block = block.release();
     }
 }
 
@@ -63,16 +60,16 @@ int64_t MyREALMemoryBlockGetSize(REALmemoryBlock mb) {
 REALmemoryBlock REALBuildMemoryblock(const void* data, int64_t length) {
     if (data == nullptr || length < 1) return nullptr;
     try {
-        REALmemoryBlock block = MyREALNewMemoryBlock(length);
-        void* target = MyREALMemoryBlockGetPtr(block);
-        if (block == nullptr || target == nullptr) {
-            if (block != nullptr) REALUnlockObject(reinterpret_cast<REALobject>(block));
+        HostObject block(reinterpret_cast<REALobject>(MyREALNewMemoryBlock(length)));
+        void* target = MyREALMemoryBlockGetPtr(reinterpret_cast<REALmemoryBlock>(block.get()));
+        if (!block || target == nullptr) {
+            block.reset();
             if (gDebugging) LogMessage("Error: Failed to allocate memoryblock", length);
             raiseBlockAllocationFailure(length);
             return nullptr;
         }
         memcpy(target, data, static_cast<size_t>(length));
-        return block;
+        return reinterpret_cast<REALmemoryBlock>(block.release());
     } catch (const std::bad_alloc& e) {
         if (gDebugging) LogMessage("Got C++ exception in REALBuildMemoryblock: ", e.what());
         raiseBlockAllocationFailure(length);

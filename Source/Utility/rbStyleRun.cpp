@@ -167,24 +167,18 @@ REALstring CleanupText(REALstring) {
 }
 
 REALstring GetFont(REALobject styleRun) {
-    REALstring font = nullptr;
-    REALGetPropValueString(styleRun, "Font", &font);
-    if (font == nullptr) return nullptr;
-    bool hasZero;
-    {
-        rbData bytes(font);
-        hasZero = std::ranges::find(bytes.bytes(), uint8_t(0)) != bytes.bytes().end();
-        if (hasZero) {
-            REALstring repaired =
-                REALBuildUnicodeString(bytes.data, bytes.size, kREALTextEncodingUTF16);
-            if (repaired != nullptr) {
-                bytes.clear();
-                REALUnlockString(font);
-                return repaired;
-            }
+    REALstring got = nullptr;
+    REALGetPropValueString(styleRun, "Font", &got);
+    HostString font(got);
+    if (!font) return nullptr;
+    rbData bytes(font.get());
+    if (std::ranges::find(bytes.bytes(), uint8_t(0)) != bytes.bytes().end()) {
+        if (REALstring repaired =
+                REALBuildUnicodeString(bytes.data, bytes.size, kREALTextEncodingUTF16)) {
+            return repaired;  // the font string goes with its holder
         }
     }
-    return font;
+    return font.release();
 }
 
 void GetXojoStyleRunsForText(REALobject styledText, std::vector<XojoStyleRun>& runs,
