@@ -460,6 +460,13 @@ void codePages() {
                 Bytes in = p.bytes(n);
                 hostLoop(st, p.decoder, {raw(*in)}, n);
             });
+        // The UTF-8 decoder the method uses on hosts that keep text as UTF-8, then the UTF-16 one.
+        add("plain", "kxt::decodeCodePageUTF8(" + a + ")", bytesInput, "iconv-" + a + "-to-utf8",
+            kSizes, [=](auto& st, size_t n) {
+                Bytes in = p.bytes(n);
+                std::string out(3 * n, '\0');  // at most three bytes of UTF-8 a byte
+                loop(st, n, [&] { return kxt::decodeCodePageUTF8(*in, *p.page, out.data()); });
+            });
         add("plain", "kxt::decodeCodePage(" + a + ")", bytesInput, "iconv-" + a + "-to-utf16",
             kSizes, [=](auto& st, size_t n) {
                 Bytes in = p.bytes(n);
