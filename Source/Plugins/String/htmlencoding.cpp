@@ -276,13 +276,11 @@ RawBytes encodeHTMLUTF8(std::string_view utf8, bool plain) {
     size_t i = 0;
     while (i < n) {
         if (i + 16 <= n) {
-            const S::V x = S::load(p + i);
-            // Below 32 as a signed byte also takes every byte of 128 or more.
-            const S::V stop =
-                S::or_(S::or_(S::lt8(x, space), S::or_(S::eq8(x, quote), S::eq8(x, amp))),
-                       S::or_(S::eq8(x, apos), S::or_(S::eq8(x, lt), S::eq8(x, gt))));
-            const unsigned k = S::first(stop);
-            S::store(w, x);
+            const unsigned k = simd::copyBlockUntil(p + i, w, [&](S::V x) {
+                // Below 32 as a signed byte also takes every byte of 128 or more.
+                return S::or_(S::or_(S::lt8(x, space), S::or_(S::eq8(x, quote), S::eq8(x, amp))),
+                              S::or_(S::eq8(x, apos), S::or_(S::eq8(x, lt), S::eq8(x, gt))));
+            });
             w += k;
             i += k;
             if (k == 16) continue;

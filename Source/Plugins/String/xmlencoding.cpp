@@ -90,13 +90,12 @@ RawBytes encodeXMLUTF8(std::string_view utf8, RBInteger options) {
     size_t i = 0;
     while (i < n) {
         if (i + 16 <= n) {
-            const S::V x = S::load(p + i);
-            // Controls: below 32 as unsigned bytes, so not negative as signed ones.
-            const S::V control = S::andNot(S::lt8(x, S::zero()), S::lt8(x, space));
-            const S::V stop = S::or_(S::or_(control, S::or_(S::eq8(x, quote), S::eq8(x, amp))),
-                                     S::or_(S::eq8(x, apos), S::or_(S::eq8(x, lt), S::eq8(x, gt))));
-            const unsigned k = S::first(stop);
-            S::store(w, x);
+            const unsigned k = simd::copyBlockUntil(p + i, w, [&](S::V x) {
+                // Controls: below 32 as unsigned bytes, so not negative as signed ones.
+                const S::V control = S::andNot(S::lt8(x, S::zero()), S::lt8(x, space));
+                return S::or_(S::or_(control, S::or_(S::eq8(x, quote), S::eq8(x, amp))),
+                              S::or_(S::eq8(x, apos), S::or_(S::eq8(x, lt), S::eq8(x, gt))));
+            });
             w += k;
             i += k;
             if (k == 16) continue;
