@@ -138,9 +138,9 @@ TypeKind kindOf(std::string_view t) {
     static const char* const others[] = {"Color", "Single", "UInt32", "Int32",
                                          "Int64", "UInt64", "Variant"};
     for (const char* name : others) {
-        if (t == name) return TypeKind::Other;
+        if (t == name) return TypeKind::Unknown;
     }
-    return t.back() == ')' ? TypeKind::Other : TypeKind::Class;
+    return t.back() == ')' ? TypeKind::Unknown : TypeKind::Object;
 }
 
 Declaration parseDeclaration(std::string_view text) {

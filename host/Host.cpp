@@ -310,10 +310,10 @@ int acceptance(TypeKind kind, const Value& v) {
             return exactOrNil(T::Ptr);
         case TypeKind::StringArray:
             return exactOrNil(T::Array);
-        case TypeKind::Class:
+        case TypeKind::Object:
             return exactOrNil(T::Object);
         case TypeKind::None:
-        case TypeKind::Other:
+        case TypeKind::Unknown:
             break;
     }
     return 0;
@@ -764,7 +764,7 @@ CallResult Host::callMethod(const RegisteredMethod& method, const std::vector<Va
 CallResult Host::getRTF(const Value& styledText, bool skipParagraphs) {
     activate();
     if (const RegisteredMethod* m = findExtension(*this, false)) {
-        return invokeDeclared(*state_, m->function, m->declaration, {TypeKind::Class}, {},
+        return invokeDeclared(*state_, m->function, m->declaration, {TypeKind::Object}, {},
                               m->declaration.resultKind,
                               {styledText, Value::boolean(skipParagraphs)});
     }
@@ -780,7 +780,7 @@ CallResult Host::getRTF(const Value& styledText, bool skipParagraphs) {
 CallResult Host::setRTF(const Value& styledText, const Value& rtf, bool skipParagraphs) {
     activate();
     if (const RegisteredMethod* m = findExtension(*this, true)) {
-        return invokeDeclared(*state_, m->setter, m->declaration, {TypeKind::Class},
+        return invokeDeclared(*state_, m->setter, m->declaration, {TypeKind::Object},
                               {m->declaration.resultKind}, TypeKind::None,
                               {styledText, Value::boolean(skipParagraphs), rtf});
     }

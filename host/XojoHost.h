@@ -16,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "XojoDeclaration.h"
 #include "XojoPluginABI.h"
 
 namespace xhost {
@@ -29,25 +30,15 @@ struct HostOptions {
     std::string pluginPath = KXT_PLUGIN_PATH;
 };
 
-// A parsed Xojo declaration. Types are also kept as a kind, which calls go by.
-enum class TypeKind : uint8_t {
-    None,  // no result
-    String,
-    Integer,
-    Boolean,
-    Double,
-    Ptr,
-    MemoryBlock,
-    StringArray,
-    Class,  // a class name
-    Other,  // a built-in type no method here uses (Color, Single, ...)
-};
+// A parsed Xojo declaration. Types are also kept as a kind, which calls go by: None for no
+// result, Object for a class name, Unknown for a built-in type no method uses (Color, ...).
+using TypeKind = kxt::abi::XojoType;
 TypeKind kindOf(std::string_view canonicalType);
 struct Parameter {
     std::string name;
     std::string type;  // as written: "String", "Integer", "Boolean", "Double", "Ptr",
                        // "MemoryBlock", a class name
-    TypeKind kind = TypeKind::Other;
+    TypeKind kind = TypeKind::Unknown;
     std::optional<std::string> defaultValue;
     bool extends = false;  // "extends ref as Class"
     bool assigns = false;  // "assigns value as T"

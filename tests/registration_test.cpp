@@ -75,31 +75,15 @@ static_assert(!kxt::abi::SetterMatches((void (*)(REALobject, REALstring, RBBoole
 
 // The compile-time reading agrees with the host's parser on every registered declaration.
 TEST(HandlerDeclarations, TheCompileTimeReadingAgreesWithTheHostsParser) {
-    using kxt::abi::XojoType;
-    auto typeOf = [](const std::string& t) {
-        static const std::pair<const char*, XojoType> known[] = {
-            {"", XojoType::None},
-            {"String", XojoType::String},
-            {"Integer", XojoType::Integer},
-            {"Boolean", XojoType::Boolean},
-            {"Double", XojoType::Double},
-            {"Ptr", XojoType::Ptr},
-            {"MemoryBlock", XojoType::MemoryBlock},
-            {"String()", XojoType::StringArray}};
-        for (const auto& [name, type] : known) {
-            if (t == name) return type;
-        }
-        return XojoType::Object;
-    };
     for (const REALmethodDefinition& m : StringMethodTable()) {
         const xhost::Declaration host = xhost::parseDeclaration(m.declaration);
         const kxt::abi::DeclaredTypes read = kxt::abi::ReadDeclaration(m.declaration);
         ASSERT_TRUE(read.valid) << m.declaration;
         ASSERT_EQ(read.count, host.params.size()) << m.declaration;
         for (size_t i = 0; i < read.count; ++i) {
-            EXPECT_EQ(read.parameters[i], typeOf(host.params[i].type)) << m.declaration;
+            EXPECT_EQ(read.parameters[i], host.params[i].kind) << m.declaration;
         }
-        EXPECT_EQ(read.result, typeOf(host.resultType)) << m.declaration;
+        EXPECT_EQ(read.result, host.resultKind) << m.declaration;
     }
 }
 
