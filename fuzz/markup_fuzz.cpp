@@ -9,7 +9,7 @@
 //  - the same for the XML encoding with either apostrophe, for every code point;
 //  - the UTF-8 forms of the encoders, the decoder and the readiness tests equal the code-point
 //    forms on text they take (scalar values, no byte order marks);
-//  - tag removal on the bytes equals its byte-at-a-time reference.
+//  - tag removal and the SQL boolean rewrite on the bytes equal their byte-at-a-time references.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +21,7 @@
 #include "htmlencoding.h"
 #include "htmltags.h"
 #include "markup_reference.h"
+#include "sqlboolean.h"
 #include "utf_reference.h"
 #include "xmlencoding.h"
 
@@ -113,6 +114,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (kxt::removeHTMLTags(bytes, replacement) !=
             kxt::removeHTMLTagsPlain(bytes, replacement)) {
             fail("tag removal differs from the byte loop", in);
+        }
+        if (kxt::sqlReplaceBoolean(bytes).view() != kxt::sqlReplaceBooleanPlain(bytes)) {
+            fail("the SQL boolean rewrite differs from the byte loop", in);
         }
     }
 

@@ -232,7 +232,26 @@ TEST(SQLReplaceBoolean, RewritesWholeTokensOutsideQuotes) {
         {"", ""},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(visible(kxt::sqlReplaceBoolean(c.sql)), visible(c.expected)) << visible(c.sql);
+        EXPECT_EQ(visible(kxt::sqlReplaceBoolean(c.sql).str()), visible(c.expected))
+            << visible(c.sql);
+        EXPECT_EQ(visible(kxt::sqlReplaceBooleanPlain(c.sql)), visible(c.expected));
+    }
+}
+
+TEST(SQLReplaceBoolean, RunsAgreeWithTheByteLoop) {
+    std::mt19937 rng(8);
+    // One piece a string, so the formatter keeps the list short.
+    const std::string pieces = "TRUE|false| |'|\"|,|(|)|;|\x80|x|\n|select * from t where a = |";
+    std::vector<std::string> parts;
+    for (size_t at = 0, bar; (bar = pieces.find('|', at)) != std::string::npos; at = bar + 1) {
+        parts.push_back(pieces.substr(at, bar - at));
+    }
+    parts.push_back(std::string("\0", 1));
+    for (int round = 0; round < 4000; ++round) {
+        std::string sql;
+        for (size_t k = rng() % 40; k > 0; --k) sql += parts[rng() % parts.size()];
+        ASSERT_EQ(kxt::sqlReplaceBoolean(sql).view(), kxt::sqlReplaceBooleanPlain(sql))
+            << visible(sql);
     }
 }
 

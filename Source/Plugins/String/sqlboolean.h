@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "MyMemory.h"
 #include "XojoPluginABI.h"
 
 namespace kxt {
@@ -11,7 +12,9 @@ namespace kxt {
 // Replaces TRUE and FALSE (any letter case) that form a whole token outside single- and
 // double-quoted strings. Tokens are split at bytes below 33, bytes of 128 and more, and ( ) , ;.
 // A word is only recognised with a separator after it and at least one more byte after that.
-std::string sqlReplaceBoolean(std::string_view sql);
+RawBytes sqlReplaceBoolean(std::string_view sql);
+// The same one byte at a time: the reference.
+std::string sqlReplaceBooleanPlain(std::string_view sql);
 
 }  // namespace kxt
 
