@@ -3,10 +3,12 @@
 #include <iconv.h>
 #include <sys/mman.h>
 
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 
 #include "XojoPluginABI.h"
 #include "simd.h"
@@ -256,6 +258,64 @@ std::optional<std::u32string> decodeIconv(std::string_view bytes, const char* ch
     return decodeUTF32(std::string_view(out.data(), used), false);
 }
 
+// A single-byte code page read through iconv costs an iconv_open per string, which dominates
+// short strings such as the runs of a styled text. Such a page is read through a table of its
+// 256 bytes instead, once iconv itself has shown the table exact: every byte alone gives one
+// code point or is refused outright (not taken as the start of a longer sequence), and every
+// pair of accepted bytes gives the pair of their code points (no composition, no state).
+constexpr char32_t kRefused = 0xFFFFFFFF;
+using ByteTable = std::array<char32_t, 256>;
+
+std::optional<ByteTable> exactByteTable(const char* charset) {
+    iconv_t cd = iconv_open("UTF-32LE", charset);
+    if (cd == reinterpret_cast<iconv_t>(-1)) return std::nullopt;
+    ByteTable table;
+    std::string accepted;
+    bool singleBytes = true;
+    for (unsigned b = 0; b < 256 && singleBytes; ++b) {
+        char in = static_cast<char>(b);
+        unsigned char out[16];
+        char* src = &in;
+        char* dst = reinterpret_cast<char*>(out);
+        size_t inLeft = 1, outLeft = sizeof out;
+        iconv(cd, nullptr, nullptr, nullptr, nullptr);
+        if (iconv(cd, &src, &inLeft, &dst, &outLeft) == static_cast<size_t>(-1)) {
+            table[b] = kRefused;
+            singleBytes = errno == EILSEQ;
+            continue;
+        }
+        iconv(cd, nullptr, nullptr, &dst, &outLeft);
+        singleBytes = sizeof out - outLeft == 4;
+        table[b] = char32_t(out[0]) | char32_t(out[1]) << 8 | char32_t(out[2]) << 16 |
+                   char32_t(out[3]) << 24;
+        accepted += static_cast<char>(b);
+    }
+    iconv_close(cd);
+    if (!singleBytes) return std::nullopt;
+    std::string pairs;
+    std::u32string expected;
+    for (char a : accepted) {
+        for (char b : accepted) {
+            pairs += {a, b};
+            expected +=
+                {table[static_cast<unsigned char>(a)], table[static_cast<unsigned char>(b)]};
+        }
+    }
+    if (decodeIconv(pairs, charset) != expected) return std::nullopt;
+    return table;
+}
+
+// The exact table of an iconv code page, or null; made on first use. Never freed: a host
+// destroyed at exit may still convert.
+const ByteTable* byteTableOf(const Entry& e) {
+    static const size_t count = entries().size();
+    static auto* const once = new std::once_flag[count];
+    static auto* const tables = new std::optional<ByteTable>[count];
+    const auto i = static_cast<size_t>(&e - entries().data());
+    std::call_once(once[i], [&] { tables[i] = exactByteTable(e.iconvName); });
+    return tables[i] ? &*tables[i] : nullptr;
+}
+
 std::string encodeIconv(std::u32string_view text, const char* charset) {
     std::string out;
     iconv_t cd = iconv_open(charset, "UTF-32LE");
@@ -394,6 +454,14 @@ bool forEachCodePoint(const Entry& e, std::string_view bytes, Sink&& sink) {
         case Kind::UTF32BE:
             return eachUTF32(bytes, e.kind == Kind::UTF32BE, sink);
         case Kind::Iconv: {
+            if (const ByteTable* table = byteTableOf(e)) {
+                for (char ch : bytes) {
+                    const char32_t c = (*table)[static_cast<unsigned char>(ch)];
+                    if (c == kRefused) return false;
+                    sink(c);
+                }
+                return true;
+            }
             auto points = decodeIconv(bytes, e.iconvName);
             if (!points) return false;
             for (char32_t c : *points) sink(c);
@@ -492,6 +560,17 @@ std::optional<std::u32string> decode(std::string_view bytes, uint32_t encoding) 
     out.reserve(bytes.size());
     if (!forEachCodePoint(*e, bytes, [&](char32_t c) { out.push_back(c); })) return std::nullopt;
     return out;
+}
+
+bool readByTable(uint32_t encoding) {
+    const Entry* e = find(encoding);
+    return e != nullptr && e->kind == Kind::Iconv && byteTableOf(*e) != nullptr;
+}
+
+std::optional<std::u32string> decodeWithIconv(std::string_view bytes, uint32_t encoding) {
+    const Entry* e = find(encoding);
+    if (e == nullptr || e->kind != Kind::Iconv) return std::nullopt;
+    return decodeIconv(bytes, e->iconvName);
 }
 
 std::string encode(std::u32string_view text, uint32_t encoding) {
@@ -760,6 +839,8 @@ int64_t characterCount(std::string_view bytes, uint32_t encoding) {
         case Kind::UTF32BE:
             return static_cast<int64_t>((bytes.size() + 3) / 4);
         case Kind::Iconv: {
+            // One character per byte, refused bytes included.
+            if (byteTableOf(*e) != nullptr) return static_cast<int64_t>(bytes.size());
             auto points = decodeIconv(bytes, e->iconvName);
             return points ? static_cast<int64_t>(points->size())
                           : static_cast<int64_t>(bytes.size());

@@ -37,6 +37,12 @@ std::optional<std::string> convert(std::string_view bytes, uint32_t from, uint32
 // count one character per byte (per unit for UTF-16), so the count is always defined.
 int64_t characterCount(std::string_view bytes, uint32_t encoding);
 
+// Single-byte code pages that iconv reads are read through a table of their bytes, checked
+// against iconv when first used. These say which are, and give what iconv alone reads (nullopt
+// for an encoding iconv does not read, or bytes it refuses): the reference of the tables.
+bool readByTable(uint32_t encoding);
+std::optional<std::u32string> decodeWithIconv(std::string_view bytes, uint32_t encoding);
+
 // The UTF-8 form of a code point sequence, and back (strict: nullopt on malformed UTF-8).
 std::string toUTF8(std::u32string_view text);
 std::optional<std::u32string> fromUTF8(std::string_view bytes);

@@ -88,25 +88,41 @@ void invalidateParagraphs(Object* styledText) {
     styledText->paragraphEnds.clear();
 }
 
-// Extends the paragraph structure by a run's text. Line ends are CR, LF or CR LF (one line end,
-// also when the pair spans two runs); positions count code points.
-void extendParagraphs(Object* t, std::string_view utf8) {
-    for (char ch : utf8) {
-        auto c = static_cast<unsigned char>(ch);
-        if ((c & 0xC0) == 0x80) continue;  // continuation byte: same character
-        int64_t pos = t->characters++;
-        if (c == '\n' && t->lastWasCR) {
-            t->paragraphEnds.back().second = pos;
-            t->lastWasCR = false;
-            continue;
+// Extends the paragraph structure by one character. Line ends are CR, LF or CR LF (one line
+// end, also when the pair spans two runs); positions count code points.
+void extendParagraphs(Object* t, char32_t c) {
+    int64_t pos = t->characters++;
+    if (c == '\n' && t->lastWasCR) {
+        t->paragraphEnds.back().second = pos;
+        t->lastWasCR = false;
+        return;
+    }
+    if (c == '\r' || c == '\n') {
+        t->paragraphEnds.emplace_back(t->openStart >= 0 ? t->openStart : pos, pos);
+        t->openStart = -1;
+    } else if (t->openStart < 0) {
+        t->openStart = pos;
+    }
+    t->lastWasCR = c == '\r';
+}
+
+// Extends it by a run's text, counted as its UTF-8 form counts characters: the code points
+// when the text decodes in its encoding; otherwise, and for UTF-8 and bytes without an
+// encoding (taken as they are), every byte that does not continue a UTF-8 sequence. Read in
+// place: no UTF-8 copy of each run.
+void extendParagraphs(Host::State& st, Object* t, REALstring text) {
+    const StringHeader* h = text != nullptr ? liveString(st, text) : nullptr;
+    if (h == nullptr) return;
+    const std::string_view bytes = stringBytes(text);
+    if (h->encoding != kREALTextEncodingUTF8 && h->encoding != kREALTextEncodingUnknown) {
+        if (const auto points = encodings::decode(bytes, h->encoding)) {
+            for (char32_t c : *points) extendParagraphs(t, c);
+            return;
         }
-        if (c == '\r' || c == '\n') {
-            t->paragraphEnds.emplace_back(t->openStart >= 0 ? t->openStart : pos, pos);
-            t->openStart = -1;
-        } else if (t->openStart < 0) {
-            t->openStart = pos;
-        }
-        t->lastWasCR = c == '\r';
+    }
+    for (const char ch : bytes) {
+        const auto c = static_cast<unsigned char>(ch);
+        if ((c & 0xC0) != 0x80) extendParagraphs(t, c);
     }
 }
 
@@ -117,10 +133,7 @@ void ensureParagraphs(Host::State& st, Object* t) {
     t->openStart = -1;
     t->lastWasCR = false;
     for (Object* run : t->runs) {
-        PropValue* text = findProp(run, "Text");
-        if (text != nullptr && text->string != nullptr) {
-            extendParagraphs(t, stringAsUTF8(st, text->string));
-        }
+        if (PropValue* text = findProp(run, "Text")) extendParagraphs(st, t, text->string);
     }
     t->paragraphsValid = true;
 }
@@ -197,10 +210,7 @@ void styledTextAppendStyleRun(REALobject self, REALobject runHandle) {
     t->runs.push_back(run);
     run->owners.push_back(t);
     if (t->paragraphsValid) {
-        PropValue* text = findProp(run, "Text");
-        if (text != nullptr && text->string != nullptr) {
-            extendParagraphs(t, stringAsUTF8(*st, text->string));
-        }
+        if (PropValue* text = findProp(run, "Text")) extendParagraphs(*st, t, text->string);
     }
 }
 
@@ -303,6 +313,7 @@ Object* newObject(Host::State& st, std::string_view className) {
         o->className = def.name;
         o->kind = def.kind;
         bool fontName = Host::current() && Host::current()->options().styleRunFontName;
+        o->props.reserve(def.props.size());
         for (const PropDef& p : def.props) {
             std::string name = p.name;
             if (name == "Font" && fontName) name = "FontName";

@@ -238,6 +238,32 @@ TEST(HostEncodings, DirectUnicodeConversionsAgreeWithCodePoints) {
     }
 }
 
+// Code pages read through their byte tables read exactly as iconv does: every byte alone, and
+// random strings over a few bytes at a time, so that most are valid and every neighbour meets.
+TEST(HostEncodings, ByteTablesReadAsIconv) {
+    std::mt19937 rng(5);
+    int tables = 0;
+    for (const enc::EncodingInfo& info : enc::all()) {
+        if (!enc::readByTable(info.code)) continue;
+        ++tables;
+        for (int round = 0; round < 2000; ++round) {
+            std::string alphabet, bytes;
+            for (int k = 0; k < 6; ++k) alphabet += char(rng());
+            for (size_t k = 0, n = round < 256 ? 1 : rng() % 24; k < n; ++k) {
+                bytes += round < 256 ? char(round) : alphabet[rng() % alphabet.size()];
+            }
+            ASSERT_EQ(enc::decode(bytes, info.code), enc::decodeWithIconv(bytes, info.code))
+                << info.name << " " << testing::PrintToString(bytes);
+            ASSERT_EQ(enc::characterCount(bytes, info.code), int64_t(bytes.size()));
+        }
+    }
+    // The Windows, DOS and Mac code pages without composition or double bytes.
+    EXPECT_TRUE(enc::readByTable(kREALTextEncodingWindowsLatin1));
+    EXPECT_FALSE(enc::readByTable(kREALTextEncodingWindowsVietnamese));
+    EXPECT_FALSE(enc::readByTable(kREALTextEncodingDOSJapanese));
+    EXPECT_GE(tables, 20);
+}
+
 // Len and LenB as the plugin loads them, and the runtime's string comparison.
 TEST_F(HostServices, LenLenBAndCompare) {
     const struct {
