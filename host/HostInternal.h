@@ -266,6 +266,8 @@ std::string_view stringBytes(REALstring s);               // s must be live
 void lockString(Host::State& st, REALstring s);
 void unlockString(Host::State& st, REALstring s);
 std::string stringAsUTF8(Host::State& st, REALstring s);  // bytes as they are if not convertible
+// The same, as a view of s itself where its bytes are their own UTF-8 form, else of `storage`.
+std::string_view utf8Of(Host::State& st, REALstring s, std::string& storage);
 void misuse(Host::State& st, std::string message);
 
 // Objects.

@@ -397,10 +397,10 @@ void freeEverything(Host::State& st) {
 }
 
 std::string styledTextUTF8(Host::State& st, Object* t) {
-    std::string text;
+    std::string text, storage;
     for (Object* run : t->runs) {
         PropValue* p = findProp(run, "Text");
-        if (p != nullptr && p->string != nullptr) text += stringAsUTF8(st, p->string);
+        if (p != nullptr && p->string != nullptr) text += utf8Of(st, p->string, storage);
     }
     return text;
 }

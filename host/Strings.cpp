@@ -171,11 +171,26 @@ void unlockString(Host::State& st, REALstring s) {
     freeBlock(s);
 }
 
-std::string stringAsUTF8(Host::State& st, REALstring s) {
+std::string_view utf8Of(Host::State& st, REALstring s, std::string& storage) {
     StringHeader* h = liveString(st, s);
     if (h == nullptr) return {};
-    auto converted = encodings::convert(stringBytes(s), h->encoding, kREALTextEncodingUTF8);
-    return converted ? *converted : std::string(stringBytes(s));
+    const std::string_view bytes = stringBytes(s);
+    // Bytes that are UTF-8 already, or stand as they are when they are not (ASCII that is not
+    // ASCII, bytes without an encoding), are their own UTF-8 form: no copy.
+    if (h->encoding == kREALTextEncodingUTF8 || h->encoding == kREALTextEncodingASCII ||
+        h->encoding == kREALTextEncodingUnknown) {
+        return bytes;
+    }
+    auto converted = encodings::convert(bytes, h->encoding, kREALTextEncodingUTF8);
+    if (!converted) return bytes;
+    storage = std::move(*converted);
+    return storage;
+}
+
+std::string stringAsUTF8(Host::State& st, REALstring s) {
+    std::string storage;
+    const std::string_view text = utf8Of(st, s, storage);
+    return text.data() == storage.data() ? std::move(storage) : std::string(text);
 }
 
 namespace services {
@@ -269,8 +284,9 @@ void disposeStringData(REALstringData* data) {
 RBInteger compareStrings(REALstring a, REALstring b) {
     Host::State* st = currentState();
     if (st == nullptr) return 0;
-    std::string x = a ? stringAsUTF8(*st, a) : std::string();
-    std::string y = b ? stringAsUTF8(*st, b) : std::string();
+    std::string xStorage, yStorage;
+    const std::string_view x = a ? utf8Of(*st, a, xStorage) : std::string_view();
+    const std::string_view y = b ? utf8Of(*st, b, yStorage) : std::string_view();
     // The order may come back at any magnitude; this one has its low 32 bits zero, so a caller
     // that narrows the result takes every pair of strings for equal.
     return RBInteger(compareTexts(x, y)) * (RBInteger(1) << 32);
