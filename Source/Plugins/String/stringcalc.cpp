@@ -71,17 +71,21 @@ uint8_t combine(const uint8_t* a, const uint8_t* m, size_t n, uint8_t* out, size
 }
 
 // Walks data in stretches that line up with whole passes over the mask, so each stretch is one
-// contiguous combine. Masks shorter than 64 bytes are first widened to a pattern of whole mask
-// periods at least 64 bytes long (a 1-, 2- or 4-byte mask becomes the byte, 16-bit or 32-bit
-// value repeated), which keeps the stretches long enough for the vector loop.
+// contiguous combine. For data of 256 bytes or more, masks shorter than 64 bytes are first
+// widened to a pattern of whole mask periods at least 64 bytes long (a 1-, 2- or 4-byte mask
+// becomes the byte, 16-bit or 32-bit value repeated), which keeps the stretches long enough for
+// the vector loop.
 template <typename Op, bool kIndexed>
 bool applyRepeating(std::string_view data, std::string_view maskBytes, size_t start, uint8_t* out) {
     const uint8_t* mask = bytesOf(maskBytes);
     size_t maskLen = maskBytes.size();
     uint8_t pattern[128];
-    if (maskLen < 64) {
+    // Widening pays off over many stretches; short data walks the mask as it is.
+    if (maskLen < 64 && data.size() >= 256) {
         const size_t period = maskLen * ((64 + maskLen - 1) / maskLen);
-        for (size_t k = 0; k < period; ++k) pattern[k] = mask[(start + k) % maskLen];
+        for (size_t k = 0, j = start; k < period; ++k, j = j + 1 == maskLen ? 0 : j + 1) {
+            pattern[k] = mask[j];
+        }
         mask = pattern;
         maskLen = period;
         start = 0;
