@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
+#include <random>
 #include <string>
+#include <vector>
 
 #include "KxtTest.h"
 
@@ -56,6 +59,33 @@ TEST(StrKXT, CutsToFifteenDigitsThenReducesRepeatedEndings) {
         EXPECT_EQ(kxt::formatPlainNumber(c.value), c.expected) << c.value;
     }
     EXPECT_EQ(kxt::formatPlainNumber(-std::numeric_limits<double>::max()).size(), 310u);
+}
+
+// The short print against all 99 digits: doubles of every magnitude (random bits), short
+// decimals and their neighbours (where a shorter print rounds up into the kept digits: the
+// runs of 9s and 0s), integers, and tiny values whose expansion is longer than 99 digits.
+TEST(StrKXT, ShortPrintGivesWhatThe99DigitPrintGives) {
+    std::mt19937_64 rng(11);
+    std::vector<double> values = {0.0, -0.0, 1e-13, 2e-14, 0x1p-46, 0x1p-47, 0x1p-99, 0x1p-100};
+    for (int i = 0; i < 20000; ++i) {
+        double bits;
+        const uint64_t pattern = rng();
+        memcpy(&bits, &pattern, sizeof bits);
+        values.push_back(bits);
+        const double shortDecimal =
+            double(int64_t(rng() % 2000000) - 1000000) / std::pow(10.0, double(rng() % 24));
+        values.push_back(shortDecimal);
+        values.push_back(std::nextafter(shortDecimal, 1e300));
+        values.push_back(std::nextafter(shortDecimal, -1e300));
+        // Exactly n digits after the point, for every n up to 99 and past it.
+        values.push_back(std::ldexp(double(rng() % (1 << 20) | 1), -int(rng() % 110)));
+    }
+    for (double d : values) {
+        const std::string expected = kxt::formatPlainNumberPlain(d);
+        for (int spare : {0, 1, 2, 9}) {
+            ASSERT_EQ(kxt::formatPlainNumber(d, spare), expected) << std::hexfloat << d << spare;
+        }
+    }
 }
 
 struct ScientificCase {

@@ -1,6 +1,8 @@
 #include "numberformat.h"
 
 #include <algorithm>
+#include <bit>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -10,10 +12,17 @@
 
 namespace kxt {
 
-std::string formatPlainNumber(double d) {
-    char text[500] = {};
-    snprintf(text, sizeof text, "%.99f", d);
+namespace {
+
+constexpr size_t kNoCut = size_t(-1);
+using NumberText = char[500];
+
+// What follows printing: trailing zeros, the cut to fifteen digits, repeated final characters.
+// `text` holds the printed number with zeros after it; `cutAt` tells where the digits were cut
+// (kNoCut when nothing was).
+std::string finishPlainNumber(NumberText& text, size_t& cutAt) {
     size_t length = strlen(text);
+    cutAt = kNoCut;
 
     // A run of trailing zeros keeps one zero: "2.000" gives "2.0".
     while (length > 3 && text[length - 1] == '0' && text[length - 2] == '0') text[--length] = 0;
@@ -28,6 +37,7 @@ std::string formatPlainNumber(double d) {
         if (leading > 14) {
             text[pointIndex] = 0;
             length = pointIndex;
+            cutAt = pointIndex;
         } else {
             size_t firstDigit = pointIndex + 1;
             while (firstDigit < length && text[firstDigit] == '0') ++firstDigit;
@@ -37,6 +47,7 @@ std::string formatPlainNumber(double d) {
             if (cut < length) {
                 text[cut] = 0;
                 length = cut;
+                cutAt = cut;
             }
         }
     }
@@ -44,6 +55,51 @@ std::string formatPlainNumber(double d) {
     // Any repeated final character is reduced, not only zeros: 1/3 gives "0.3".
     while (length > 3 && text[length - 1] == text[length - 2]) text[--length] = 0;
     return std::string(text, length);
+}
+
+// Digits after the point of d's exact decimal expansion: as many as its binary digits after the
+// point.
+int exactFractionDigits(double d) {
+    if (d == 0) return 0;
+    int exponent;
+    const double mantissa = std::frexp(std::fabs(d), &exponent);  // |d| = mantissa * 2^exponent
+    const auto bits = uint64_t(std::ldexp(mantissa, 53));
+    return std::max(0, 53 - exponent - std::countr_zero(bits));
+}
+
+}  // namespace
+
+std::string formatPlainNumberPlain(double d) {
+    NumberText text = {};
+    snprintf(text, sizeof text, "%.99f", d);
+    size_t cut;
+    return finishPlainNumber(text, cut);
+}
+
+std::string formatPlainNumber(double d, int spareDigits) {
+    // Printing 99 digits exactly costs most of a call, and few of them survive the cut. Where
+    // "%.99f" is exact (at most 99 digits after the point), a shorter print gives the same text
+    // when it is exact with a zero to spare (both then end in zeros, which the first step trims
+    // alike), or when a digit at or after the cut is not 0: rounding the short print carried
+    // nothing into the digits kept then, and the long print goes on past the cut as well.
+    const int exact = std::isfinite(d) ? exactFractionDigits(d) : 100;
+    if (exact <= 99) {
+        const double magnitude = std::fabs(d);
+        const int zeros =
+            magnitude > 0 && magnitude < 1 ? int(-std::floor(std::log10(magnitude))) : 0;
+        const int precision = std::min(99, zeros + 15 + spareDigits);
+        NumberText text = {};
+        snprintf(text, sizeof text, "%.*f", precision, d);
+        NumberText printed;
+        memcpy(printed, text, sizeof text);
+        size_t cut;
+        std::string result = finishPlainNumber(text, cut);
+        if (exact < precision) return result;
+        for (size_t i = cut; cut != kNoCut && printed[i] != 0; ++i) {
+            if (printed[i] >= '1' && printed[i] <= '9') return result;
+        }
+    }
+    return formatPlainNumberPlain(d);
 }
 
 std::string formatScientific(double d, int64_t digits) {
