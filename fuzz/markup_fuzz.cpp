@@ -9,7 +9,9 @@
 //  - the same for the XML encoding with either apostrophe, for every code point;
 //  - the UTF-8 forms of the encoders, the decoder and the readiness tests equal the code-point
 //    forms on text they take (scalar values, no byte order marks);
-//  - tag removal and the SQL boolean rewrite on the bytes equal their byte-at-a-time references.
+//  - tag removal and the SQL boolean rewrite on the bytes equal their byte-at-a-time references;
+//  - beside them, StrKXT's short print of the first eight bytes read as a double equals the
+//    99-digit print, also with no spare digits (where the fallback is often needed).
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +23,7 @@
 #include "htmlencoding.h"
 #include "htmltags.h"
 #include "markup_reference.h"
+#include "numberformat.h"
 #include "sqlboolean.h"
 #include "utf_reference.h"
 #include "xmlencoding.h"
@@ -117,6 +120,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
         if (kxt::sqlReplaceBoolean(bytes).view() != kxt::sqlReplaceBooleanPlain(bytes)) {
             fail("the SQL boolean rewrite differs from the byte loop", in);
+        }
+        if (size >= 9) {
+            double d;
+            memcpy(&d, data + 1, sizeof d);
+            const std::string expected = kxt::formatPlainNumberPlain(d);
+            if (kxt::formatPlainNumber(d) != expected || kxt::formatPlainNumber(d, 0) != expected) {
+                fail("the short number print differs from the 99-digit print", in);
+            }
         }
     }
 
