@@ -114,6 +114,13 @@ int64_t firstInSet(std::string_view target, const ByteSet& set) {
     const uint8_t* p = bytesOf(target);
     const size_t n = target.size();
     if (n == 0) return 0;
+    // Finding the runs reads all 256 entries of the set: more than reading a short target.
+    if (n < 64) {
+        for (size_t i = 0; i < n; ++i) {
+            if (set[p[i]]) return int64_t(i) + 1;
+        }
+        return 0;
+    }
     Run runs[kMaxVectorRuns];
     const int runCount = runsOf(set, runs);
     if (runCount == 0) return 0;
