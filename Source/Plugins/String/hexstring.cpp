@@ -53,12 +53,17 @@ std::string hexstring(std::string_view input, const HexLayout& layout) {
         memcpy(w, s.data(), s.size());
         w += s.size();
     };
+    // Past the digits, the filler repeats from its start; positions only grow, so its place is
+    // carried along instead of divided out.
+    size_t fillAt = 0;
     auto hexAt = [&](int64_t p) -> char {
         if (p < hexLength) {
             unsigned char b = static_cast<unsigned char>(input[size_t(p / 2)]);
             return kHexDigits[p % 2 == 0 ? b >> 4 : b & 15];
         }
-        return filler[size_t((p - hexLength) % int64_t(filler.size()))];
+        const char c = filler[fillAt];
+        fillAt = fillAt + 1 == filler.size() ? 0 : fillAt + 1;
+        return c;
     };
     for (int64_t position = 0; position < hexLength;) {
         put(layout.linestart);
