@@ -127,6 +127,30 @@ TEST(FastPathsAgreeWithByteLoops, CountingAndWholeWords) {
     }
 }
 
+// Long texts are searched a stretch of 64 KiB at a time behind the scan for their first zero:
+// occurrences across a stretch's end, rejected ones just before it, and a zero on either side.
+TEST(FastPathsAgreeWithByteLoops, WholeWordsAcrossStretches) {
+    constexpr size_t kStretch = size_t(64) << 10;
+    std::string base;
+    while (base.size() < 3 * kStretch) base += "xy zab ";  // "ab" only inside words
+    for (const std::string& word : {"ab"s, "aBa"s, "b\0a"s}) {
+        for (size_t end : {kStretch, 2 * kStretch}) {
+            for (size_t at = end - 4; at < end + 3; ++at) {
+                for (int zero : {-1, -5, 0, 6}) {
+                    std::string text = base;
+                    text.replace(at - 1, word.size() + 2, " " + word + " ");
+                    text.replace(at - 30, 4, "zab ");  // rejected just before
+                    if (zero != -1) text[size_t(int64_t(at) + zero)] = '\0';
+                    ASSERT_EQ(kxt::containsWholeWord(text, word),
+                              ref::containsWholeWord(text, word))
+                        << "word " << testing::PrintToString(word) << " at " << at << " zero "
+                        << zero;
+                }
+            }
+        }
+    }
+}
+
 TEST(FastPathsAgreeWithByteLoops, AdversarialCountingStaysExact) {
     // Periodic inputs where a naive restart would overlap matches.
     const std::string s = std::string(10000, 'a') + "b" + std::string(999, 'a');

@@ -286,16 +286,36 @@ bool containsWholeWord(std::string_view text, std::string_view word) {
     if (text.empty() || word.empty() || word.size() > text.size()) return false;
     // strcasestr sees both operands only up to their first zero byte; the step behind an
     // occurrence is the full length of word all the same.
-    const size_t searchable = std::min(text.find('\0'), text.size());
     std::string needle(word.substr(0, std::min(word.find('\0'), word.size())));
     for (char& c : needle) c = asciiLower(c);
 
+    // The first zero of the text is looked for a stretch at a time, just ahead of the search,
+    // so that a long text comes from memory once and the search reads it again from the cache.
+    // text[0, known) holds no zero; `final` once known is the first zero or the end.
+    constexpr size_t kStretch = size_t(64) << 10;
+    size_t known = 0;
+    bool final = needle.empty();
+    if (final) known = std::min(text.find('\0'), text.size());
+    auto extend = [&] {
+        const size_t end = std::min(text.size(), known + kStretch);
+        const void* zero = memchr(text.data() + known, 0, end - known);
+        known = zero != nullptr ? size_t(static_cast<const char*>(zero) - text.data()) : end;
+        final = zero != nullptr || known == text.size();
+    };
+    if (!final) extend();
+
     size_t from = 0;
-    while (from <= searchable) {
+    while (from <= known) {
         size_t p = from;
         if (!needle.empty()) {
-            p = findNoCase(text.data(), searchable, from, needle);
-            if (p == searchable) return false;
+            p = findNoCase(text.data(), known, from, needle);
+            if (p == known) {
+                if (final) return false;
+                // No occurrence ends before `known`: go on where one still could.
+                if (known + 1 > needle.size()) from = std::max(from, known + 1 - needle.size());
+                extend();
+                continue;
+            }
         }
         const size_t after = p + word.size();
         const bool startsWord = p == 0 || !isWordChar(uint8_t(text[p - 1]));
@@ -307,6 +327,7 @@ bool containsWholeWord(std::string_view text, std::string_view word) {
         }
         if (startsWord && endsWord) return true;
         from = after;
+        while (from > known && !final) extend();
     }
     return false;
 }
