@@ -341,6 +341,114 @@ size_t firstInLeadClass(const uint8_t* p, size_t i, size_t n, const uint8_t lowT
 #endif
 }
 
+// ---- Escaping ------------------------------------------------------------------------------
+
+#if KXT_SIMD_SSE2
+// The baseline with the byte shuffle, for kernels compiled for SSSE3 and called only where
+// the processor has it.
+struct Ssse3 : Sse2 {
+    __attribute__((target("ssse3"), always_inline)) static V lookup(V table, V index) {
+        return _mm_shuffle_epi8(table, index);
+    }
+};
+#endif
+
+namespace {
+
+// For a group of four input bytes laid out as [b0 b1 b2 b3, h0 l0 h1 l1 h2 l2 h3 l3, '%'],
+// the output for each mask of which of them are escaped: the shuffle that picks it and its
+// length.
+struct EscapePatterns {
+    uint8_t shuffle[16][16];
+    uint8_t length[16];
+    constexpr EscapePatterns() : shuffle{}, length{} {
+        for (unsigned m = 0; m < 16; ++m) {
+            unsigned k = 0;
+            for (unsigned j = 0; j < 4; ++j) {
+                if (m & (1u << j)) {
+                    shuffle[m][k++] = 12;
+                    shuffle[m][k++] = uint8_t(4 + 2 * j);
+                    shuffle[m][k++] = uint8_t(5 + 2 * j);
+                } else {
+                    shuffle[m][k++] = uint8_t(j);
+                }
+            }
+            length[m] = uint8_t(k);
+            while (k < 16) shuffle[m][k++] = 0x80;
+        }
+    }
+};
+constexpr EscapePatterns kEscapePatterns;
+
+// Where a group's input bytes and digit pairs go in its layout, for groups 0..3 (the digit pairs
+// of groups 0 and 1 come from the low interleaving of the digits, of 2 and 3 from the high one).
+alignas(16) constexpr uint8_t kGroupBytes[4][16] = {
+    {0, 1, 2, 3, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80},
+    {4, 5, 6, 7, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80},
+    {8, 9, 10, 11, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80},
+    {12, 13, 14, 15, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80}};
+alignas(16) constexpr uint8_t kGroupDigits[2][16] = {
+    {0x80, 0x80, 0x80, 0x80, 0, 1, 2, 3, 4, 5, 6, 7, 0x80, 0x80, 0x80, 0x80},
+    {0x80, 0x80, 0x80, 0x80, 8, 9, 10, 11, 12, 13, 14, 15, 0x80, 0x80, 0x80, 0x80}};
+alignas(16) constexpr uint8_t kPercentAt12[16] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, '%', 0, 0, 0};
+
+}  // namespace
+
+template <typename S>
+KXT_TARGET_SSSE3 EscapeProgress escapeBlocksWith(const uint8_t* in, size_t n, char* out,
+                                                 size_t room, const EscapeClass& cls) {
+    using V = typename S::V;
+    const V low = S::load(cls.low), high = S::load(cls.high), digits = S::load(cls.digits);
+    const V nibble = S::splat8(0x0F), replaced = S::splat8(cls.replaced),
+            shift = S::splat8(uint8_t(cls.replacement - cls.replaced)), zero = S::zero();
+    const V percent = S::load(kPercentAt12);
+    size_t i = 0, w = 0;
+    // A block writes at most 48 bytes, each store 16 at its start.
+    while (i + 16 <= n && w + 48 + 16 <= room) {
+        V x = S::load(in + i);
+        const V lowNibbles = S::and_(x, nibble);
+        const V highNibbles = S::and_(S::template shr16<4>(x), nibble);
+        // High bit set: escaped (in the class by the tables, or at least 0x80).
+        const V classed = S::andNot(
+            S::eq8(S::and_(S::lookup(low, lowNibbles), S::lookup(high, highNibbles)), zero),
+            S::splat8(0xFF));
+        const uint32_t escaped = S::bits(S::or_(classed, x));
+        x = S::add8(x, S::and_(S::eq8(x, replaced), shift));
+        if (escaped == 0) {
+            S::store(out + w, x);
+            i += 16;
+            w += 16;
+            continue;
+        }
+        const V hexHigh = S::lookup(digits, highNibbles), hexLow = S::lookup(digits, lowNibbles);
+        const V pairs[2] = {S::zipLow8(hexHigh, hexLow), S::zipHigh8(hexHigh, hexLow)};
+        for (unsigned g = 0; g < 4; ++g) {
+            const unsigned m = (escaped >> (4 * g)) & 15;
+            const V layout = S::or_(S::or_(S::lookup(x, S::load(kGroupBytes[g])),
+                                           S::lookup(pairs[g / 2], S::load(kGroupDigits[g % 2]))),
+                                    percent);
+            S::store(out + w, S::lookup(layout, S::load(kEscapePatterns.shuffle[m])));
+            w += kEscapePatterns.length[m];
+        }
+        i += 16;
+    }
+    return {i, w};
+}
+template EscapeProgress escapeBlocksWith<Plain>(const uint8_t*, size_t, char*, size_t,
+                                                const EscapeClass&);
+
+EscapeProgress escapeBlocks(const uint8_t* in, size_t n, char* out, size_t room,
+                            const EscapeClass& cls) {
+#if KXT_SIMD_SSE2
+    if (cpu().ssse3) return escapeBlocksWith<Ssse3>(in, n, out, room, cls);
+    return {0, 0};
+#elif KXT_SIMD_NEON
+    return escapeBlocksWith<Neon>(in, n, out, room, cls);
+#else
+    return escapeBlocksWith<Plain>(in, n, out, room, cls);
+#endif
+}
+
 bool kernelAvailable(UTF8Kernel kernel) {
     switch (kernel) {
         case UTF8Kernel::Plain:

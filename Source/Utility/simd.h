@@ -404,6 +404,34 @@ template <typename S>
 size_t firstInLeadClassWith(const uint8_t* p, size_t i, size_t n, const uint8_t lowTable[16],
                             uint8_t floor);
 
+// Escaping bytes as "%" and two hexadecimal digits, 16 input bytes a step: the bytes of a class
+// become three characters, one byte may first be replaced by another (kept as it is then), the
+// rest are copied. The class is bytes 0x80..0xFF and those below for which
+// low[b & 15] & high[b >> 4] is not zero (high[8..15] unused). Whole blocks only, while the
+// output has room for 16 more bytes past what it needs; gives how far both got, the rest is the
+// caller's. The instruction set must have a byte shuffle: SSSE3 on x86-64 (nothing is done
+// without it), NEON, or the Plain twin everywhere.
+struct EscapeClass {
+    uint8_t low[16];
+    uint8_t high[16];
+    uint8_t replaced, replacement;  // equal when nothing is replaced
+    const char* digits;             // 16 hexadecimal digits
+};
+struct EscapeProgress {
+    size_t read, written;
+};
+EscapeProgress escapeBlocks(const uint8_t* in, size_t n, char* out, size_t room,
+                            const EscapeClass& cls);
+// Compiled for SSSE3 on x86-64 (for every S: the Plain twin runs only in tests there).
+#if KXT_SIMD_SSE2
+#define KXT_TARGET_SSSE3 __attribute__((target("ssse3")))
+#else
+#define KXT_TARGET_SSSE3
+#endif
+template <typename S>
+KXT_TARGET_SSSE3 EscapeProgress escapeBlocksWith(const uint8_t* in, size_t n, char* out,
+                                                 size_t room, const EscapeClass& cls);
+
 // The UTF-8 validators for whole buffers: true only when every byte belongs to a well-formed
 // sequence. Ssse3 and Avx2 exist on x86-64, Neon on aarch64; Plain everywhere (the twin the
 // others are checked against). A kernel that is not available says false.

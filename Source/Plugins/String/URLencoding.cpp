@@ -50,35 +50,85 @@ int hex2int(unsigned char c) {
     return 0;
 }
 
-RawBytes encodeURL(std::string_view bytes, RBInteger options) {
-    const int mode = int(options & 3);
-    const bool spaceAsPlus = mode == 1;
-    const bool encodePlus = mode == 1 || mode == 2;
-    // This call's table: every byte's text (up to three characters, padded to four) and length.
-    std::array<std::array<char, 4>, 256> text;
-    std::array<uint8_t, 256> length;
-    for (size_t b = 0; b < 256; ++b) {
-        if (b >= 128 || (b == '+' && encodePlus)) {
-            text[b] = {'%', kHexDigits[b >> 4], kHexDigits[b & 15], 0};
-            length[b] = 3;
-        } else if (b == ' ' && spaceAsPlus) {
-            text[b] = {'+', 0, 0, 0};
-            length[b] = 1;
-        } else {
-            text[b] = kURLEncodeTable.text[b];
-            length[b] = kURLEncodeTable.length[b];
+namespace {
+
+// What every byte becomes in each way of encoding: its text (up to three characters, padded to
+// four) and length.
+struct ByteTexts {
+    std::array<std::array<char, 4>, 256> text{};
+    std::array<uint8_t, 256> length{};
+    constexpr explicit ByteTexts(int mode) {
+        const bool spaceAsPlus = mode == 1;
+        const bool encodePlus = mode == 1 || mode == 2;
+        for (size_t b = 0; b < 256; ++b) {
+            if (b >= 128 || (b == '+' && encodePlus)) {
+                text[b] = {'%', kHexDigits[b >> 4], kHexDigits[b & 15], 0};
+                length[b] = 3;
+            } else if (b == ' ' && spaceAsPlus) {
+                text[b] = {'+', 0, 0, 0};
+                length[b] = 1;
+            } else {
+                text[b] = kURLEncodeTable.text[b];
+                length[b] = kURLEncodeTable.length[b];
+            }
         }
     }
-    // Four bytes are stored for every input byte and the pointer moves by the length: no
-    // branch per byte. One spare byte takes the last store's padding. Room for every byte
-    // escaped; pages that are never written cost nothing.
-    RawBytes out(bytes.size() * 3 + 1);
-    char* w = out.data();
+};
+constexpr ByteTexts kByteTexts[4] = {ByteTexts(0), ByteTexts(1), ByteTexts(2), ByteTexts(3)};
+
+// The byte loop: writes the encoding of bytes to out (room for three per byte and one more),
+// gives its length. Four bytes are stored for every input byte and the pointer moves by the
+// length: no branch per byte. The spare byte takes the last store's padding.
+size_t encodeURLBytes(std::string_view bytes, RBInteger options, char* out) {
+    const ByteTexts& table = kByteTexts[options & 3];
+    char* w = out;
     for (const uint8_t b : kxt::unsignedBytes(bytes)) {
-        memcpy(w, text[b].data(), 4);
-        w += length[b];
+        memcpy(w, table.text[b].data(), 4);
+        w += table.length[b];
     }
-    out.setSize(size_t(w - out.data()));
+    return size_t(w - out);
+}
+
+// The same as a class for the escape kernel: the bytes below 0x80 that take "%XX", and the
+// space that becomes "+" instead where it does.
+constexpr simd::EscapeClass escapeClassOf(int mode) {
+    simd::EscapeClass c{};
+    for (size_t b = 0; b < 128; ++b) {
+        if (kByteTexts[mode].length[b] == 3)
+            c.low[b & 15] = uint8_t(c.low[b & 15] | 1u << (b >> 4));
+    }
+    for (size_t h = 0; h < 8; ++h) c.high[h] = uint8_t(1u << h);
+    c.replaced = ' ';
+    c.replacement =
+        kByteTexts[mode].length[' '] == 1 ? uint8_t(kByteTexts[mode].text[' '][0]) : ' ';
+    c.digits = kHexDigits;
+    return c;
+}
+constexpr simd::EscapeClass kEscapeClasses[4] = {escapeClassOf(0), escapeClassOf(1),
+                                                 escapeClassOf(2), escapeClassOf(3)};
+
+}  // namespace
+
+const simd::EscapeClass& urlEscapeClass(RBInteger options) {
+    return kEscapeClasses[options & 3];
+}
+
+RawBytes encodeURLPlain(std::string_view bytes, RBInteger options) {
+    RawBytes out(bytes.size() * 3 + 1);
+    out.setSize(encodeURLBytes(bytes, options, out.data()));
+    return out;
+}
+
+RawBytes encodeURL(std::string_view bytes, RBInteger options) {
+    // Whole blocks through the escape kernel (it wants 64 bytes to spare), the rest byte by
+    // byte. Pages of the room that are never written cost nothing.
+    const size_t room = bytes.size() * 3 + 64;
+    RawBytes out(room);
+    const simd::EscapeProgress done =
+        simd::escapeBlocks(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), out.data(),
+                           room, urlEscapeClass(options));
+    out.setSize(done.written +
+                encodeURLBytes(bytes.substr(done.read), options, out.data() + done.written));
     return out;
 }
 
