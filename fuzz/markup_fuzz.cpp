@@ -10,6 +10,7 @@
 //  - the UTF-8 forms of the encoders, the decoder and the readiness tests equal the code-point
 //    forms on text they take (scalar values, no byte order marks);
 //  - tag removal and the SQL boolean rewrite on the bytes equal their byte-at-a-time references;
+//  - URL encoding in blocks equals the byte loop in every mode;
 //  - beside them, StrKXT's short print of the first eight bytes read as a double equals the
 //    99-digit print, also with no spare digits (where the fallback is often needed).
 #include <cstdint>
@@ -20,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "URLencoding.h"
 #include "htmlencoding.h"
 #include "htmltags.h"
 #include "markup_reference.h"
@@ -120,6 +122,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
         if (kxt::sqlReplaceBoolean(bytes).view() != kxt::sqlReplaceBooleanPlain(bytes)) {
             fail("the SQL boolean rewrite differs from the byte loop", in);
+        }
+        for (int mode = 0; mode < 4; ++mode) {
+            if (kxt::encodeURL(bytes, mode).view() != kxt::encodeURLPlain(bytes, mode).view()) {
+                fail("URL encoding differs from the byte loop", in);
+            }
         }
         if (size >= 9) {
             double d;
