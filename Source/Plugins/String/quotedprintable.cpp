@@ -256,8 +256,34 @@ std::string encodeQuotedPrintablePlain(std::string_view bytes, RBInteger lineLen
     return std::move(run.output);
 }
 
+namespace {
+
+// What the encoder writes for a byte other than a blank or a line end (length 0 for those):
+// the byte itself from 33 to 126 but "=", "=XX" for the rest; padded to four bytes.
+struct ByteText {
+    char text[4];
+    uint8_t length;
+};
+struct ByteTexts {
+    ByteText texts[256]{};
+    constexpr ByteTexts() {
+        for (size_t c = 0; c < 256; ++c) {
+            if (c == 9 || c == 32 || c == kCR || c == kLF) continue;
+            if (c < 33 || c == '=' || c > 126) {
+                texts[c] = {{'=', kHexDigits[c >> 4], kHexDigits[c & 15], 0}, 3};
+            } else {
+                texts[c] = {{char(c), 0, 0, 0}, 1};
+            }
+        }
+    }
+    constexpr const ByteText& operator[](size_t c) const { return texts[c]; }
+};
+constexpr ByteTexts kByteTexts;
+
+}  // namespace
+
 // The run above, written through a pointer into a buffer of the largest possible size, with
-// runs of 16 literal bytes that fit on the line copied at once. Each input byte gives at most
+// runs of literal bytes that fit on the line copied up to 16 at once. Each input byte gives at most
 // six output bytes (a soft line break, then an escape), and the end one more soft break.
 RawBytes encodeQuotedPrintable(std::string_view bytes, RBInteger lineLen) {
     using S = simd::Native;
@@ -298,20 +324,36 @@ RawBytes encodeQuotedPrintable(std::string_view bytes, RBInteger lineLen) {
 
     size_t i = 0;
     while (i < n) {
-        if (pendingBlank == 0 && column + 16 < limit && i + 16 <= n) {
+        if (i + 16 <= n) {
+            // The literal bytes that start the block, copied at once where they fit on the line
+            // (each would take room for one without breaking it); a blank held back goes first,
+            // as the next literal byte would write it.
             const V x = S::load(in + i);
             const V literals =
                 S::andNot(S::eq8(x, equals), S::and_(S::gt8(x, below), S::lt8(x, above)));
-            if (S::all(literals)) {
-                S::store(w, x);
-                w += 16;
-                column += 16;
-                i += 16;
-                continue;
+            const unsigned k = S::first(S::andNot(literals, S::splat8(0xFF)));
+            if (k > 0) {
+                if (pendingBlank != 0) literal(pendingBlank);
+                pendingBlank = 0;
+                if (column + int64_t(k) < limit) {
+                    S::store(w, x);
+                    w += k;
+                    column += k;
+                    i += k;
+                    continue;
+                }
             }
         }
         const uint8_t c = in[i++];
-        if (c == 9 || c == 32) {
+        const ByteText& text = kByteTexts[c];
+        if (text.length != 0) {
+            // Written the same way whether literal or escaped: no branch on which.
+            if (pendingBlank != 0) literal(pendingBlank);
+            pendingBlank = 0;
+            room(text.length);
+            memcpy(w, text.text, 4);
+            w += text.length;
+        } else if (c == 9 || c == 32) {
             // Only the last blank before a line end needs protecting.
             if (pendingBlank != 0) literal(pendingBlank);
             pendingBlank = c;
@@ -321,14 +363,6 @@ RawBytes encodeQuotedPrintable(std::string_view bytes, RBInteger lineLen) {
             if (pendingBlank != 0) hex(pendingBlank);
             pendingBlank = 0;
             lineBreak();
-        } else {
-            if (pendingBlank != 0) literal(pendingBlank);
-            pendingBlank = 0;
-            if (c < 33 || c == '=' || c > 126) {
-                hex(c);
-            } else {
-                literal(c);
-            }
         }
     }
     // A blank at the very end is written as it is.
