@@ -310,21 +310,29 @@ void addMethod(const xhost::RegisteredMethod& m) {
     }
 }
 
-// RTFDataKXT, the StyledText property: read from and written to a StyledText of one run.
+// RTFDataKXT, the StyledText property: read from and written to a StyledText of one run,
+// through the module methods that extend StyledText on this host (looked up once, as every other
+// method here: a program calls the property directly).
 void addStyledTextProperty() {
+    const xhost::RegisteredMethod *getter = nullptr, *setter = nullptr;
+    for (const xhost::RegisteredMethod* m : host().overloads("RTFDataKXT")) {
+        (m->declaration.params.back().assigns ? setter : getter) = m;
+    }
+    if (getter == nullptr || setter == nullptr) noCase("RTFDataKXT as module methods");
     for (size_t n : kCallSizes) {
-        addOne("host", "RTFDataKXT(get)", "calls", callSizeName(n), "noop", [n](auto& st) {
+        addOne("host", "RTFDataKXT(get)", "calls", callSizeName(n), "noop", [getter, n](auto& st) {
             Bytes text = corpus(Corpus::Multilingual, n);
-            Value styled = host().newStyledText({{.text = *text}});
+            const std::vector<Value> args = {host().newStyledText({{.text = *text}}),
+                                             Value::boolean(false)};
             checkedLoop(
-                st, [&] { return host().getRTF(styled); }, n);
+                st, [&] { return host().callMethod(*getter, args); }, n);
         });
-        addOne("host", "RTFDataKXT(set)", "calls", callSizeName(n), "noop", [n](auto& st) {
+        addOne("host", "RTFDataKXT(set)", "calls", callSizeName(n), "noop", [setter, n](auto& st) {
             Bytes rtf = corpus(Corpus::RTF, n);
-            Value styled = host().newStyledText({});
-            Value value = Value::string(*rtf);
+            const std::vector<Value> args = {host().newStyledText({}), Value::boolean(false),
+                                             Value::string(*rtf)};
             checkedLoop(
-                st, [&] { return host().setRTF(styled, value); }, n);
+                st, [&] { return host().callMethod(*setter, args); }, n);
         });
     }
 }
