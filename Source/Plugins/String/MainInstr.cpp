@@ -266,10 +266,15 @@ size_t findNoCase(const char* text, size_t n, size_t from, std::string_view lowe
     const V firstV = S::splat8(uint8_t(first)), lastV = S::splat8(uint8_t(last));
     const V firstCase = S::splat8(caseBit(first)), lastCase = S::splat8(caseBit(last));
     size_t i = from;
+    auto hitsAt = [&](size_t at) {
+        return S::and_(S::eq8(S::or_(S::load(text + at), firstCase), firstV),
+                       S::eq8(S::or_(S::load(text + at + m - 1), lastCase), lastV));
+    };
     for (; i + m - 1 + 16 <= n; i += 16) {
-        const V hits = S::and_(S::eq8(S::or_(S::load(text + i), firstCase), firstV),
-                               S::eq8(S::or_(S::load(text + i + m - 1), lastCase), lastV));
-        for (uint32_t c = S::bits(hits); c != 0; c &= c - 1) {
+        // Two blocks a step while neither has a candidate: most of a long text.
+        while (i + m - 1 + 32 <= n && !S::any(S::or_(hitsAt(i), hitsAt(i + 16)))) i += 32;
+        if (i + m - 1 + 16 > n) break;
+        for (uint32_t c = S::bits(hitsAt(i)); c != 0; c &= c - 1) {
             const size_t p = i + simd::lowestBit(c);
             if (equalsNoCaseAt(text + p, lowerNeedle)) return p;
         }
