@@ -644,27 +644,46 @@ size_t utf16UnitsOf(std::string_view b) {
 }
 
 std::optional<std::string> utf8ToUTF16LE(std::string_view b) {
+    // The whole text is checked at once by the block validator (it accepts exactly the strict
+    // sequences, as the one-at-a-time reading would); each sequence is then read unchecked.
+    const auto* p = reinterpret_cast<const unsigned char*>(b.data());
+    const size_t n = b.size();
+    if (!kxt::simd::wellFormedUTF8(p, n, kxt::simd::bestUTF8Kernel())) return std::nullopt;
     std::string out = resultBuffer(utf16UnitsOf(b) * 2);
     auto* w = reinterpret_cast<unsigned char*>(out.data());
     auto put = [&](char32_t u) {
         *w++ = static_cast<unsigned char>(u & 0xFF);
         *w++ = static_cast<unsigned char>(u >> 8);
     };
-    const bool ok = walkUTF8(
-        b,
-        [&](char32_t c) {
-            if (c >= 0x10000) {
-                put(0xD800 + ((c - 0x10000) >> 10));
-                put(0xDC00 + ((c - 0x10000) & 0x3FF));
-            } else {
-                put(c);
+    size_t i = 0;
+    while (i < n) {
+        if (i + 16 <= n) {
+            const S::V x = S::load(p + i);
+            if (!S::any(x)) {
+                kxt::simd::widenBlock(x, reinterpret_cast<uint16_t*>(w));
+                w += 32;
+                i += 16;
+                continue;
             }
-        },
-        [&](S::V x) {
-            kxt::simd::widenBlock(x, reinterpret_cast<uint16_t*>(w));
-            w += 32;
-        });
-    if (!ok) return std::nullopt;
+        }
+        const char32_t c0 = p[i];
+        if (c0 < 0x80) {
+            put(c0);
+            i += 1;
+        } else if (c0 < 0xE0) {
+            put((c0 & 0x1F) << 6 | (p[i + 1] & 0x3Fu));
+            i += 2;
+        } else if (c0 < 0xF0) {
+            put((c0 & 0x0F) << 12 | (p[i + 1] & 0x3Fu) << 6 | (p[i + 2] & 0x3Fu));
+            i += 3;
+        } else {
+            const char32_t c = (c0 & 0x07) << 18 | (p[i + 1] & 0x3Fu) << 12 |
+                               (p[i + 2] & 0x3Fu) << 6 | (p[i + 3] & 0x3Fu);
+            put(0xD800 + ((c - 0x10000) >> 10));
+            put(0xDC00 + ((c - 0x10000) & 0x3FF));
+            i += 4;
+        }
+    }
     out.resize(size_t(w - reinterpret_cast<unsigned char*>(out.data())));
     return out;
 }
