@@ -609,11 +609,14 @@ std::string resultBuffer(size_t n) {
 }
 
 // Calls unit(code point) for each character of strict UTF-8; false on malformed input. ASCII is
-// passed on sixteen bytes at a time through ascii16(bytes).
+// passed on sixteen bytes at a time through ascii16(bytes). The whole text is checked at once by
+// the SIMD layer's block validator (it accepts exactly the sequences utf8Sequence does); each
+// sequence is then read unchecked.
 template <typename Unit, typename Ascii16>
 bool walkUTF8(std::string_view b, Unit unit, Ascii16 ascii16) {
     const auto* p = reinterpret_cast<const unsigned char*>(b.data());
     const size_t n = b.size();
+    if (!kxt::simd::wellFormedUTF8(p, n, kxt::simd::bestUTF8Kernel())) return false;
     size_t i = 0;
     while (i < n) {
         if (i + 16 <= n) {
@@ -624,11 +627,21 @@ bool walkUTF8(std::string_view b, Unit unit, Ascii16 ascii16) {
                 continue;
             }
         }
-        char32_t c;
-        const size_t length = utf8Sequence(p, n, i, c);
-        if (length == 0) return false;
-        unit(c);
-        i += length;
+        const char32_t c0 = p[i];
+        if (c0 < 0x80) {
+            unit(c0);
+            i += 1;
+        } else if (c0 < 0xE0) {
+            unit((c0 & 0x1F) << 6 | (p[i + 1] & 0x3Fu));
+            i += 2;
+        } else if (c0 < 0xF0) {
+            unit((c0 & 0x0F) << 12 | (p[i + 1] & 0x3Fu) << 6 | (p[i + 2] & 0x3Fu));
+            i += 3;
+        } else {
+            unit((c0 & 0x07) << 18 | (p[i + 1] & 0x3Fu) << 12 | (p[i + 2] & 0x3Fu) << 6 |
+                 (p[i + 3] & 0x3Fu));
+            i += 4;
+        }
     }
     return true;
 }
@@ -645,46 +658,27 @@ size_t utf16UnitsOf(std::string_view b) {
 }
 
 std::optional<std::string> utf8ToUTF16LE(std::string_view b) {
-    // The whole text is checked at once by the block validator (it accepts exactly the strict
-    // sequences, as the one-at-a-time reading would); each sequence is then read unchecked.
-    const auto* p = reinterpret_cast<const unsigned char*>(b.data());
-    const size_t n = b.size();
-    if (!kxt::simd::wellFormedUTF8(p, n, kxt::simd::bestUTF8Kernel())) return std::nullopt;
     std::string out = resultBuffer(utf16UnitsOf(b) * 2);
     auto* w = reinterpret_cast<unsigned char*>(out.data());
     auto put = [&](char32_t u) {
         *w++ = static_cast<unsigned char>(u & 0xFF);
         *w++ = static_cast<unsigned char>(u >> 8);
     };
-    size_t i = 0;
-    while (i < n) {
-        if (i + 16 <= n) {
-            const S::V x = S::load(p + i);
-            if (!S::any(x)) {
-                kxt::simd::widenBlock(x, reinterpret_cast<uint16_t*>(w));
-                w += 32;
-                i += 16;
-                continue;
+    const bool ok = walkUTF8(
+        b,
+        [&](char32_t c) {
+            if (c >= 0x10000) {
+                put(0xD800 + ((c - 0x10000) >> 10));
+                put(0xDC00 + ((c - 0x10000) & 0x3FF));
+            } else {
+                put(c);
             }
-        }
-        const char32_t c0 = p[i];
-        if (c0 < 0x80) {
-            put(c0);
-            i += 1;
-        } else if (c0 < 0xE0) {
-            put((c0 & 0x1F) << 6 | (p[i + 1] & 0x3Fu));
-            i += 2;
-        } else if (c0 < 0xF0) {
-            put((c0 & 0x0F) << 12 | (p[i + 1] & 0x3Fu) << 6 | (p[i + 2] & 0x3Fu));
-            i += 3;
-        } else {
-            const char32_t c = (c0 & 0x07) << 18 | (p[i + 1] & 0x3Fu) << 12 |
-                               (p[i + 2] & 0x3Fu) << 6 | (p[i + 3] & 0x3Fu);
-            put(0xD800 + ((c - 0x10000) >> 10));
-            put(0xDC00 + ((c - 0x10000) & 0x3FF));
-            i += 4;
-        }
-    }
+        },
+        [&](S::V x) {
+            kxt::simd::widenBlock(x, reinterpret_cast<uint16_t*>(w));
+            w += 32;
+        });
+    if (!ok) return std::nullopt;
     out.resize(size_t(w - reinterpret_cast<unsigned char*>(out.data())));
     return out;
 }
