@@ -646,8 +646,8 @@ bool walkUTF8(std::string_view b, Unit unit, Ascii16 ascii16) {
     return true;
 }
 
-// Units a UTF-8 text needs in UTF-16: one per lead byte, two for four-byte leads. Malformed
-// text needs no more than this before the walk stops, so it bounds the writes too.
+// Units a UTF-8 text needs in UTF-16: one per lead byte, two for four-byte leads (malformed
+// text is refused before anything is written).
 size_t utf16UnitsOf(std::string_view b) {
     size_t units = 0;
     for (const char ch : b) {
