@@ -283,8 +283,8 @@ constexpr ByteTexts kByteTexts;
 }  // namespace
 
 // The run above, written through a pointer into a buffer of the largest possible size, with
-// runs of literal bytes that fit on the line copied up to 16 at once. Each input byte gives at most
-// six output bytes (a soft line break, then an escape), and the end one more soft break.
+// runs of literal bytes that fit on the line copied up to 16 at once. Each input byte gives at
+// most six output bytes (a soft line break, then an escape), and the end one more soft break.
 RawBytes encodeQuotedPrintable(std::string_view bytes, RBInteger lineLen) {
     using S = simd::Native;
     using V = S::V;
