@@ -90,7 +90,7 @@ alignas(16) constexpr uint8_t kMaxValue[16] = {0xFF, 0xFF,     0xFF,     0xFF,  
                                                0xFF, 0xF0 - 1, 0xE0 - 1, 0xC0 - 1};
 
 // The 16-byte lookup written once over the block operations, for every backend that has a
-// table lookup (the plain twin, NEON). x86-64 has it only from SSSE3 on: its kernels follow.
+// table lookup (the plain twin, NEON; on x86-64 from SSSE3 on, Ssse3 below).
 template <typename S>
 typename S::V blockErrors(typename S::V input, typename S::V previous) {
     using V = typename S::V;
@@ -142,64 +142,21 @@ bool isInLeadClass(uint8_t b, const uint8_t lowTable[16]) {
 }
 
 #if KXT_SIMD_SSE2
-__attribute__((target("ssse3"))) __m128i lookup(__m128i table, __m128i nibbles) {
-    return _mm_shuffle_epi8(table, nibbles);
-}
-
-__attribute__((target("ssse3"))) __m128i highNibbles(__m128i v) {
-    return _mm_and_si128(_mm_srli_epi16(v, 4), _mm_set1_epi8(0x0F));
-}
-
-__attribute__((target("ssse3"))) __m128i blockErrorsSSSE3(__m128i input, __m128i previous) {
-    const __m128i byte1High = _mm_load_si128(reinterpret_cast<const __m128i*>(kByte1High));
-    const __m128i byte1Low = _mm_load_si128(reinterpret_cast<const __m128i*>(kByte1Low));
-    const __m128i byte2High = _mm_load_si128(reinterpret_cast<const __m128i*>(kByte2High));
-    const __m128i prev1 = _mm_alignr_epi8(input, previous, 15);
-    const __m128i special =
-        _mm_and_si128(_mm_and_si128(lookup(byte1High, highNibbles(prev1)),
-                                    lookup(byte1Low, _mm_and_si128(prev1, _mm_set1_epi8(0x0F)))),
-                      lookup(byte2High, highNibbles(input)));
-    // Bytes that must be the third or fourth of a sequence: 111_____ two back, 1111____ three.
-    const __m128i prev2 = _mm_alignr_epi8(input, previous, 14);
-    const __m128i prev3 = _mm_alignr_epi8(input, previous, 13);
-    const __m128i must23 = _mm_or_si128(_mm_subs_epu8(prev2, _mm_set1_epi8(char(0xE0 - 0x80))),
-                                        _mm_subs_epu8(prev3, _mm_set1_epi8(char(0xF0 - 0x80))));
-    return _mm_xor_si128(_mm_and_si128(must23, _mm_set1_epi8(char(0x80))), special);
-}
-
-__attribute__((target("ssse3"))) bool wellFormedSSSE3(const uint8_t* p, size_t n) {
-    // Leads in the last three bytes of a block that need more bytes than the block has.
-    const __m128i maxValue = _mm_setr_epi8(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
-                                           char(0xF0 - 1), char(0xE0 - 1), char(0xC0 - 1));
-    __m128i previous = _mm_setzero_si128(), error = _mm_setzero_si128();
-    __m128i incomplete = _mm_setzero_si128();
-    size_t i = 0;
-    auto step = [&](__m128i input) {
-        if (_mm_movemask_epi8(input) == 0) {
-            error = _mm_or_si128(error, incomplete);  // ASCII cannot finish a sequence
-        } else {
-            error = _mm_or_si128(error, blockErrorsSSSE3(input, previous));
-            incomplete = _mm_subs_epu8(input, maxValue);
-        }
-        previous = input;
-    };
-    while (i + 16 <= n) {
-        step(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i)));
-        i += 16;
-        // Stop early on bad data: the caller scans it again anyway.
-        if ((i & 63) == 0 &&
-            _mm_movemask_epi8(_mm_cmpeq_epi8(error, _mm_setzero_si128())) != 0xFFFF) {
-            return false;
-        }
+// The SSSE3 kernels are the templates above over the baseline with the byte shuffle and byte
+// alignment, flattened into functions compiled for SSSE3 (called only where the processor has
+// it).
+struct Ssse3 : Sse2 {
+    __attribute__((target("ssse3"))) static V lookup(V table, V index) {
+        return _mm_shuffle_epi8(table, index);
     }
-    if (i < n) {
-        // The tail, followed by zeros: a sequence cut off by the end fails as too short.
-        alignas(16) uint8_t tail[16] = {};
-        std::copy(p + i, p + n, tail);
-        step(_mm_load_si128(reinterpret_cast<const __m128i*>(tail)));
+    template <int N>
+    __attribute__((target("ssse3"))) static V shiftIn(V previous, V next) {
+        return _mm_alignr_epi8(next, previous, 16 - N);
     }
-    error = _mm_or_si128(error, incomplete);
-    return _mm_movemask_epi8(_mm_cmpeq_epi8(error, _mm_setzero_si128())) == 0xFFFF;
+};
+
+__attribute__((target("ssse3"), flatten)) bool wellFormedSSSE3(const uint8_t* p, size_t n) {
+    return wellFormedWith<Ssse3>(p, n);
 }
 
 // The same lookup on 32 bytes a step. The predecessors of a step's first bytes come from the
@@ -279,28 +236,6 @@ __attribute__((target("avx2"))) bool wellFormedAVX2(const uint8_t* p, size_t n) 
     return _mm256_testz_si256(v.error, v.error) != 0;
 }
 
-__attribute__((target("ssse3"))) size_t firstInLeadClassSSSE3(const uint8_t* p, size_t i, size_t n,
-                                                              const uint8_t lowTable[16],
-                                                              uint8_t floor) {
-    const __m128i low16 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lowTable));
-    const __m128i high16 = _mm_load_si128(reinterpret_cast<const __m128i*>(kLeadHigh));
-    const __m128i nibble = _mm_set1_epi8(0x0F);
-    const __m128i belowSet = _mm_set1_epi8(char(floor - 1));
-    for (; i + 16 <= n; i += 16) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        // Most text has no byte at or above the floor at all: one compare settles it.
-        if (_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_max_epu8(x, belowSet), belowSet)) == 0xFFFF) {
-            continue;
-        }
-        const __m128i low = _mm_shuffle_epi8(low16, _mm_and_si128(x, nibble));
-        const __m128i high = _mm_shuffle_epi8(high16, _mm_and_si128(_mm_srli_epi16(x, 4), nibble));
-        const __m128i none = _mm_cmpeq_epi8(_mm_and_si128(low, high), _mm_setzero_si128());
-        const int hits = _mm_movemask_epi8(none) ^ 0xFFFF;
-        if (hits != 0) return i + size_t(__builtin_ctz(unsigned(hits)));
-    }
-    while (i < n && !isInLeadClass(p[i], lowTable)) ++i;
-    return i;
-}
 #endif
 
 }  // namespace
@@ -326,6 +261,17 @@ size_t firstInLeadClassWith(const uint8_t* p, size_t i, size_t n, const uint8_t 
 template size_t firstInLeadClassWith<Plain>(const uint8_t*, size_t, size_t, const uint8_t[16],
                                             uint8_t);
 
+#if KXT_SIMD_SSE2
+namespace {
+__attribute__((target("ssse3"), flatten)) size_t firstInLeadClassSSSE3(const uint8_t* p, size_t i,
+                                                                       size_t n,
+                                                                       const uint8_t lowTable[16],
+                                                                       uint8_t floor) {
+    return firstInLeadClassWith<Ssse3>(p, i, n, lowTable, floor);
+}
+}  // namespace
+#endif
+
 size_t firstInLeadClass(const uint8_t* p, size_t i, size_t n, const uint8_t lowTable[16],
                         uint8_t floor) {
 #if KXT_SIMD_SSE2
@@ -342,16 +288,6 @@ size_t firstInLeadClass(const uint8_t* p, size_t i, size_t n, const uint8_t lowT
 }
 
 // ---- Escaping ------------------------------------------------------------------------------
-
-#if KXT_SIMD_SSE2
-// The baseline with the byte shuffle, for kernels compiled for SSSE3 and called only where
-// the processor has it.
-struct Ssse3 : Sse2 {
-    __attribute__((target("ssse3"), always_inline)) static V lookup(V table, V index) {
-        return _mm_shuffle_epi8(table, index);
-    }
-};
-#endif
 
 namespace {
 
