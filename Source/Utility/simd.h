@@ -194,7 +194,7 @@ struct Plain {
 
 #if KXT_SIMD_SSE2
 // ---- x86-64: SSE2, the baseline of every x86-64 processor ---------------------------------------
-// No lookup or shiftIn: they need SSSE3 and live in the dispatched kernels below.
+// No lookup or shiftIn: they need SSSE3, which the dispatched kernels of simd.cpp add (Ssse3).
 struct Sse2 {
     using V = __m128i;
     static constexpr const char* kName = "sse2";
